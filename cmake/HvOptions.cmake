@@ -1,0 +1,60 @@
+# Compiler settings shared by every target of the tree.
+add_library(hv-options INTERFACE)
+target_compile_options(hv-options INTERFACE -Wall -Wextra)
+target_include_directories(hv-options INTERFACE ${CMAKE_BINARY_DIR}/generated)
+
+if(HV_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+if(HV_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "HV_FUZZ needs clang (libFuzzer)")
+  endif()
+  # Coverage feedback for the fuzzers from every library they link.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
+# hv_library(name SOURCES...): one static library per folder, headers included by file name.
+function(hv_library name)
+  add_library(${name} STATIC ${ARGN})
+  target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+  target_link_libraries(${name} PUBLIC hv-options)
+endfunction()
+
+# hv_test(name SOURCES... LIBS ...): a GoogleTest executable registered with CTest.
+function(hv_test name)
+  cmake_parse_arguments(T "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${T_SOURCES})
+  target_link_libraries(${name} PRIVATE ${T_LIBS} hv-test-support GTest::gtest GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    PROPERTIES ENVIRONMENT "HV_SOURCE_DIR=${CMAKE_SOURCE_DIR};HV_BINARY_DIR=${CMAKE_BINARY_DIR}")
+endfunction()
+
+# hv_benchmark(name SOURCES... LIBS ...)
+function(hv_benchmark name)
+  cmake_parse_arguments(B "" "" "SOURCES;LIBS" ${ARGN})
+  if(HV_BENCHMARKS)
+    add_executable(${name} ${B_SOURCES})
+    target_link_libraries(${name} PRIVATE ${B_LIBS} benchmark::benchmark)
+  endif()
+endfunction()
+
+# hv_fuzzer(name SOURCE LIBS ...): a libFuzzer target, run by CTest for a bounded time.
+function(hv_fuzzer name)
+  cmake_parse_arguments(F "" "SOURCE;CORPUS" "LIBS" ${ARGN})
+  if(HV_FUZZ)
+    add_executable(${name} ${F_SOURCE})
+    target_link_libraries(${name} PRIVATE ${F_LIBS} hv-options)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    set(seconds $ENV{HV_FUZZ_SECONDS})
+    if(NOT seconds)
+      set(seconds 30)
+    endif()
+    # Run on a copy of the corpus so the committed seeds stay as they are.
+    add_test(NAME fuzz.${name}
+      COMMAND ${CMAKE_COMMAND} -E env ${CMAKE_SOURCE_DIR}/scripts/run-fuzzer.sh $<TARGET_FILE:${name}> ${F_CORPUS} ${seconds})
+    set_tests_properties(fuzz.${name} PROPERTIES LABELS fuzz TIMEOUT 600)
+  endif()
+endfunction()

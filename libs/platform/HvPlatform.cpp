@@ -1,0 +1,334 @@
+#include "HvPlatform.h"
+#include "HvPlatformDetail.h"
+
+#include "HvTrace.h"
+
+#include <boost/filesystem/operations.hpp>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <regex>
+#include <sstream>
+
+namespace fs = boost::filesystem;
+
+namespace Hv {
+
+namespace PlatformDetail {
+
+std::optional<std::string> environmentValue(const char* name)
+{
+    const char* value = std::getenv(name);
+    if (value == nullptr)
+        return std::nullopt;
+    return std::string(value);
+}
+
+fs::path fallbackDirectory()
+{
+    boost::system::error_code error;
+    return fs::is_directory("/tmp", error) ? fs::path("/tmp") : fs::path(".");
+}
+
+fs::path homeOrFallback()
+{
+    const std::optional<std::string> home = environmentValue("HOME");
+    return home ? fs::path(*home) : fallbackDirectory();
+}
+
+namespace {
+
+// Undoes the shell-style escapes (\" \\ \$) that xdg-user-dirs writes into quoted values.
+std::string unescape(const std::string& text)
+{
+    std::string result;
+    result.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\' && i + 1 < text.size())
+            ++i;
+        result += text[i];
+    }
+    return result;
+}
+
+} // namespace
+
+std::optional<fs::path> downloadDirectoryFromUserDirs(const std::string& text, const std::string& home)
+{
+    static const std::string KEY = "XDG_DOWNLOAD_DIR=";
+    static const std::string HOME_VARIABLE = "$HOME";
+
+    std::optional<fs::path> result;
+    std::istringstream lines(text);
+    std::string line;
+    // The last assignment wins, as when the file is sourced by a shell.
+    while (std::getline(lines, line)) {
+        const std::size_t start = line.find_first_not_of(" \t");
+        if (start == std::string::npos || line.compare(start, KEY.size(), KEY) != 0)
+            continue;
+        std::string value = line.substr(start + KEY.size());
+        const std::size_t end = value.find_last_not_of(" \t\r");
+        value.erase(end == std::string::npos ? 0 : end + 1);
+        if (value.size() < 2 || value.front() != '"' || value.back() != '"')
+            continue;
+        value = unescape(value.substr(1, value.size() - 2));
+
+        // Only "$HOME/..." and absolute paths are valid values.
+        if (value.compare(0, HOME_VARIABLE.size(), HOME_VARIABLE) == 0
+            && (value.size() == HOME_VARIABLE.size() || value[HOME_VARIABLE.size()] == '/')) {
+            const std::string rest = value.substr(HOME_VARIABLE.size());
+            fs::path folder(home);
+            if (rest.find_first_not_of('/') != std::string::npos)
+                folder /= rest.substr(1);
+            result = folder;
+        } else if (!value.empty() && value.front() == '/') {
+            result = fs::path(value);
+        }
+    }
+    return result;
+}
+
+std::string commandLine(const std::string& command, const fs::path& outputFile,
+                        const fs::path& workingDirectory)
+{
+    std::string line;
+    if (!workingDirectory.empty())
+        line += "cd \"" + workingDirectory.string() + "\"; ";
+    line += command;
+    if (!outputFile.empty())
+        line += " > \"" + outputFile.string() + "\"";
+    return line;
+}
+
+std::optional<std::string> effectiveUidFromStatus(const std::string& statusText)
+{
+    std::istringstream lines(statusText);
+    std::string line;
+    while (std::getline(lines, line)) {
+        if (line.compare(0, 4, "Uid:") != 0)
+            continue;
+        // Real, effective, saved and file-system ids follow the label.
+        std::istringstream fields(line.substr(4));
+        std::string real;
+        std::string effective;
+        if (!(fields >> real >> effective))
+            return std::nullopt;
+        if (effective.find_first_not_of("0123456789") != std::string::npos)
+            return std::nullopt;
+        return effective;
+    }
+    return std::nullopt;
+}
+
+std::string ownerFromTaskInfo(uint32_t pid, int returnedSize, int expectedSize, uint32_t uid)
+{
+    if (returnedSize == expectedSize)
+        return std::to_string(uid);
+    if (returnedSize == 0)
+        HV_LOG_INFO("Unable to get process info for pid: " << pid);
+    else
+        HV_LOG_ERROR("Error while getting process info for pid: " << pid);
+    return std::string();
+}
+
+} // namespace PlatformDetail
+
+using PlatformDetail::environmentValue;
+
+const fs::path& localAppDataDirectory()
+{
+    return appDataDirectory();
+}
+
+fs::path halvoDirectoryFromParent(const fs::path& parent)
+{
+    return fs::absolute(parent / "Halvo", fs::current_path());
+}
+
+const fs::path& halvoDirectory()
+{
+    static fs::path directory;
+    if (directory.empty())
+        directory = halvoDirectoryFromParent(appDataDirectory());
+    return directory;
+}
+
+const fs::path& localHalvoDirectory()
+{
+    static fs::path directory;
+    if (directory.empty())
+        directory = halvoDirectoryFromParent(localAppDataDirectory());
+    return directory;
+}
+
+const fs::path& localProductDirectory()
+{
+    static fs::path directory;
+    if (directory.empty())
+        directory = localHalvoDirectory() / "HalvoSoftphone-10.0";
+    return directory;
+}
+
+const fs::path& logsDirectory()
+{
+    static fs::path directory;
+    // Read once: the logger's folder must not move while the process runs.
+    static const std::optional<std::string> envPath = environmentValue("HV_SOFTPHONE_LOG_DIR");
+    if (directory.empty() && envPath)
+        directory = *envPath;
+    if (!directory.empty())
+        return directory;
+    directory = fs::absolute(localProductDirectory() / "logs", fs::current_path());
+    return directory;
+}
+
+const fs::path& binDirectory()
+{
+    static fs::path directory;
+    if (directory.empty())
+        directory = environmentValue("__HV_PRODUCT_BIN_DIR").value_or(".");
+    return directory;
+}
+
+const fs::path& installationDirectory()
+{
+    static fs::path directory;
+    if (directory.empty())
+        directory = environmentValue("__HV_PRODUCT_INSTALLATION_DIR").value_or(".");
+    return directory;
+}
+
+const fs::path& tempDirectory()
+{
+    static fs::path directory;
+    if (!directory.empty())
+        return directory;
+    const std::optional<std::string> tmpdir = environmentValue("TMPDIR");
+    boost::system::error_code error;
+    if (tmpdir && fs::is_directory(*tmpdir, error))
+        directory = *tmpdir;
+    else
+        directory = PlatformDetail::fallbackDirectory();
+    return directory;
+}
+
+void initializeEnv(const fs::path& installationDir)
+{
+    HV_TRACE_FREE(installationDir);
+    setEnv("__HV_PRODUCT_BIN_DIR", fs::system_complete(localProductDirectory() / "bin").c_str());
+    setEnv("__HV_PRODUCT_INSTALLATION_DIR", fs::system_complete(installationDir).c_str());
+}
+
+void setEnv(const char* name, const char* value)
+{
+    HV_TRACE_FREE(name, value);
+    ::setenv(name, value, 1);
+}
+
+std::string uniqueName()
+{
+    // Re-seeded on every call; the clock part keeps two names apart even if rand() repeats.
+    std::srand(static_cast<unsigned>(std::clock()));
+    const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::chrono::steady_clock::now().time_since_epoch());
+    return "hv-temp-" + std::to_string(nanoseconds.count()) + "-" + std::to_string(std::rand());
+}
+
+void removeOldLogs(const fs::path& directory)
+{
+    HV_TRACE_FREE(directory);
+    boost::system::error_code error;
+    fs::directory_iterator entry(directory, error);
+    if (error)
+        return;
+    const std::time_t oldest = std::time(nullptr) - 345600;
+    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+        boost::system::error_code entryError;
+        const std::time_t written = fs::last_write_time(entry->path(), entryError);
+        // A non-empty folder fails to go, which is intended.
+        if (!entryError && written < oldest)
+            fs::remove(entry->path(), entryError);
+    }
+}
+
+std::string vdiRemoteIp()
+{
+    static const std::optional<std::string> remoteIp = [] {
+        const std::optional<std::string> value = environmentValue("HV_SOFTPHONE_VDI_REMOTE_IP");
+        HV_LOG_DEBUG("HV_SOFTPHONE_VDI_REMOTE_IP = " << LOG4CPLUS_STRING_TO_TSTRING(value.value_or("NULL")));
+        if (value)
+            return value;
+        boost::system::error_code error;
+        if (fs::status(installationDirectory() / "vdi_mode", error).type() == fs::regular_file) {
+            HV_LOG_DEBUG("vdi_mode file found");
+            return std::optional<std::string>("auto");
+        }
+        return std::optional<std::string>(std::string());
+    }();
+    if (remoteIp)
+        HV_LOG_TRACE("[] -> (remoteIp = { '" << LOG4CPLUS_STRING_TO_TSTRING(*remoteIp) << "' })");
+    else
+        HV_LOG_TRACE("[] -> (remoteIp = { Nothing })");
+    return remoteIp.value_or(std::string());
+}
+
+int runCommand(const std::string& command, const fs::path& outputFile, const fs::path& workingDirectory)
+{
+    HV_TRACE_FREE(command, outputFile, workingDirectory);
+    return std::system(PlatformDetail::commandLine(command, outputFile, workingDirectory).c_str());
+}
+
+bool copyDirectory(fs::path from, fs::path to)
+{
+    HV_TRACE_FREE(from, to);
+    for (const fs::directory_entry& entry : fs::directory_iterator(from)) {
+        const fs::path& source = entry.path();
+        const fs::path target = to / source.filename();
+        boost::system::error_code error;
+        if (fs::is_symlink(entry.symlink_status(error))) {
+            fs::copy_symlink(source, target, error);
+            if (error) {
+                HV_LOG_ERROR("Unable to copy " << source << " symlink to " << to << ", error: " << LOG4CPLUS_STRING_TO_TSTRING(error.message()));
+                return false;
+            }
+        } else if (!fs::is_directory(entry.status(error))) {
+            fs::copy_file(source, target, fs::copy_options::overwrite_existing, error);
+            if (error) {
+                HV_LOG_ERROR("Unable to copy " << source << " file to " << to << ", error: " << LOG4CPLUS_STRING_TO_TSTRING(error.message()));
+                return false;
+            }
+        } else {
+            fs::create_directory(target, error);
+            if (error) {
+                HV_LOG_ERROR("Unable to create " << target << " directory, error: " << LOG4CPLUS_STRING_TO_TSTRING(error.message()));
+                return false;
+            }
+            if (!copyDirectory(source, target))
+                return false;
+        }
+    }
+    return true;
+}
+
+std::string hideSecretInfo(const std::string& text)
+{
+    // No entry trace: the argument is exactly what must not reach the log.
+    static const std::regex SECRET("(\")(password|engineLicense)(\":\")(.*?)(\")", std::regex::ECMAScript);
+    return std::regex_replace(text, SECRET, "$1$2$3*$5");
+}
+
+int lockDescriptor(int fd)
+{
+    HV_TRACE_FREE(fd);
+    const int previous = ::dup(fd);
+    const int devNull = ::open("/dev/null", O_WRONLY);
+    ::dup2(devNull, fd);
+    ::close(devNull);
+    return previous;
+}
+
+} // namespace Hv

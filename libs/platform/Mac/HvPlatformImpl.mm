@@ -1,0 +1,70 @@
+// macOS rules of the platform functions: the per-user Library folders, libproc and CoreGraphics.
+
+#include "HvPlatform.h"
+#include "HvPlatformDetail.h"
+
+#include "HvTrace.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <CoreGraphics/CoreGraphics.h>
+#include <libproc.h>
+#include <sys/proc_info.h>
+
+#include <optional>
+
+namespace fs = boost::filesystem;
+
+namespace Hv {
+
+using PlatformDetail::environmentValue;
+
+const fs::path& appDataDirectory()
+{
+    static fs::path directory;
+    if (directory.empty())
+        directory = PlatformDetail::homeOrFallback() / "Library" / "Application Support";
+    return directory;
+}
+
+const fs::path& downloadsDirectory()
+{
+    static fs::path directory;
+    if (!directory.empty())
+        return directory;
+    const std::optional<std::string> home = environmentValue("HOME");
+    // Whether or not the folder exists.
+    directory = home ? fs::path(*home) / "Downloads" : tempDirectory();
+    return directory;
+}
+
+const std::string& autoUpdatePackName()
+{
+    static const std::string name = "HalvoSoftphone-Mac.zip";
+    return name;
+}
+
+std::string processOwner(uint32_t pid)
+{
+    HV_TRACE_FREE(pid);
+    struct proc_taskallinfo info = {};
+    const int size = proc_pidinfo(static_cast<int>(pid), PROC_PIDTASKALLINFO, 0, &info,
+                                  static_cast<int>(sizeof(info)));
+    return PlatformDetail::ownerFromTaskInfo(pid, size, static_cast<int>(sizeof(info)), info.pbsd.pbi_uid);
+}
+
+bool isSystemSessionActive()
+{
+    HV_TRACE_FREE();
+    CFDictionaryRef session = CGSessionCopyCurrentDictionary();
+    CFBooleanRef onConsole =
+        static_cast<CFBooleanRef>(CFDictionaryGetValue(session, CFSTR("kCGSSessionOnConsoleKey")));
+    const bool active = onConsole == kCFBooleanTrue;
+    CFRelease(session);
+    // The value is one of the constant booleans, for which a release is harmless; CFRelease
+    // must not be given NULL when the key is missing.
+    if (onConsole != nullptr)
+        CFRelease(onConsole);
+    return active;
+}
+
+} // namespace Hv

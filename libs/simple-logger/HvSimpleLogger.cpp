@@ -1,0 +1,151 @@
+#include "HvSimpleLogger.h"
+
+#include "HvDailyRollingFileAppender.h"
+#include "HvPlatform.h"
+#include "HvTrace.h"
+#include "HvVersion.h"
+
+#include <boost/filesystem.hpp>
+#include <boost/thread/thread.hpp>
+
+#include <log4cplus/initializer.h>
+#include <log4cplus/layout.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/spi/loggingevent.h>
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <ctime>
+#include <functional>
+#include <string>
+
+namespace Hv {
+
+namespace {
+
+std::atomic<bool> g_isInitialized{false};
+std::atomic<bool> g_isEnabled{true};
+boost::thread g_cleaningThread;
+
+constexpr const char* LOG_FILE_TIME_FORMAT = "%Y-%m-%d_%H%M%S_UTC";
+constexpr const char* HEADER_TIME_FORMAT = "%Y-%m-%d %H:%M:%S %Z (%z)";
+constexpr const log4cplus::tchar* LAYOUT =
+    LOG4CPLUS_TEXT("[%-5p] %d{%Y-%m-%d %H:%M:%S,%Q} [%t] - %m%n\t^^^ from: %M,%n\t^^^ at: %l%n");
+
+std::string formatTime(const std::tm& time, const char* format)
+{
+    char text[128] = {};
+    const std::size_t size = std::strftime(text, sizeof text, format, &time);
+    return std::string(text, size);
+}
+
+void cleanOldLogs(boost::filesystem::path directory)
+{
+    while (g_isInitialized) {
+        // destroy() cancels this thread; let that happen only in the sleep, never while a pass
+        // holds directory handles or the appender's lock (unwinding there would abort the process).
+        int previousState = 0;
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previousState);
+        removeOldLogs(directory);
+        pthread_setcancelstate(previousState, nullptr);
+        boost::this_thread::sleep_for(boost::chrono::nanoseconds(86400000000000LL));
+    }
+}
+
+} // namespace
+
+void SimpleLogger::initialize(const std::string& name)
+{
+    if (g_isInitialized.exchange(true))
+        return;
+
+    log4cplus::initialize();
+    log4cplus::Logger global = logger();
+
+    const std::time_t now = std::time(nullptr);
+
+    const boost::filesystem::path directory = logsDirectory() / name;
+    boost::filesystem::create_directories(directory);
+
+    boost::thread cleaning(cleanOldLogs, directory);
+    g_cleaningThread = std::move(cleaning);
+
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    const std::string fileName = (directory / formatTime(utc, LOG_FILE_TIME_FORMAT)).string() + "-" +
+                                 PRODUCT_VERSION + "-" + std::to_string(getpid());
+
+    std::function<void()> writeHeader = [name] {
+        const log4cplus::Logger global = logger();
+        if (!isEnabled() || !global.isEnabledFor(log4cplus::INFO_LOG_LEVEL))
+            return;
+        const std::time_t current = std::time(nullptr);
+        std::tm local{};
+        localtime_r(&current, &local);
+        log4cplus::tostringstream text;
+        text << name.c_str() << ", version " << PRODUCT_VERSION << ", local time "
+             << formatTime(local, HEADER_TIME_FORMAT).c_str();
+        // An event of its own rather than HV_LOG_INFO: forcedLog refills this thread's event, which
+        // is the very event being appended, and the logger's other appenders would then get the header
+        // in its place.
+        const log4cplus::spi::InternalLoggingEvent header(global.getName(), log4cplus::INFO_LOG_LEVEL, text.str(),
+                                                          __FILE__, __LINE__, LOG4CPLUS_MACRO_FUNCTION());
+        global.callAppenders(header);
+    };
+
+    log4cplus::SharedAppenderPtr appender(
+        new DailyRollingFileAppender(LOG4CPLUS_STRING_TO_TSTRING(fileName), std::move(writeHeader)));
+    appender->setLayout(std::make_unique<log4cplus::PatternLayout>(LAYOUT));
+    global.addAppender(appender);
+    global.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
+}
+
+log4cplus::Logger SimpleLogger::logger()
+{
+    // A logger is a handle; looking it up by name takes the hierarchy's lock, so do it once.
+    static const log4cplus::Logger global = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("global"));
+    return global;
+}
+
+bool SimpleLogger::isEnabled()
+{
+    return g_isInitialized.load(std::memory_order_relaxed) && g_isEnabled.load(std::memory_order_relaxed);
+}
+
+void SimpleLogger::enable()
+{
+    g_isEnabled = true;
+}
+
+void SimpleLogger::disable()
+{
+    g_isEnabled = false;
+}
+
+void SimpleLogger::destroy()
+{
+    if (!g_isInitialized.exchange(false))
+        return;
+    // The thread sleeps a day between passes: cancel it rather than wait. It is not detached either:
+    // cancelling skips boost's end-of-thread code, and its exit-time cleanup then needs the thread's
+    // data still alive, which this handle keeps.
+    if (g_cleaningThread.joinable())
+        pthread_cancel(g_cleaningThread.native_handle());
+    logger();
+    log4cplus::Logger::shutdown();
+}
+
+SimpleLogger::Suppressor::Suppressor()
+{
+    g_isEnabled = false;
+}
+
+SimpleLogger::Suppressor::~Suppressor()
+{
+    g_isEnabled = true;
+}
+
+} // namespace Hv
