@@ -1,0 +1,67 @@
+#include "HvAsyncAppStreamBuffer.h"
+
+#include "HvTrace.h"
+
+namespace Hv::Async::AppStream {
+
+const std::uint32_t Buffer::MAX_LENGTH = 1024;
+
+Buffer::Buffer()
+    : m_length(0)
+{
+    HV_TRACE();
+}
+
+Buffer::Buffer(const std::vector<char>& data)
+    : m_data(data)
+    , m_length(static_cast<std::uint32_t>(data.size()))
+{
+    HV_TRACE(data.size());
+}
+
+Buffer::~Buffer() = default;
+
+std::string Buffer::message() const
+{
+    return std::string(m_data.begin(), m_data.end());
+}
+
+boost::asio::mutable_buffers_1 Buffer::lengthBuffer()
+{
+    return boost::asio::mutable_buffers_1(&m_length, sizeof(m_length));
+}
+
+boost::asio::mutable_buffers_1 Buffer::messageBuffer()
+{
+    // Allocate only after the length has been accepted: the peer controls it.
+    if (isLengthValid()) {
+        m_data.assign(m_length, 0);
+    } else {
+        m_data.clear();
+        m_data.shrink_to_fit();
+    }
+    return boost::asio::mutable_buffers_1(m_data.data(), m_data.size());
+}
+
+bool Buffer::isLengthValid() const
+{
+    return m_length >= 1 && m_length <= MAX_LENGTH;
+}
+
+std::list<boost::asio::const_buffer> Buffer::data() const
+{
+    return {boost::asio::const_buffer(&m_length, sizeof(m_length)),
+            boost::asio::const_buffer(m_data.data(), m_data.size())};
+}
+
+std::uint32_t Buffer::length() const
+{
+    return m_length;
+}
+
+log4cplus::tostream& operator<<(log4cplus::tostream& stream, const boost::asio::mutable_buffers_1& buffer)
+{
+    return printRawBuffer(stream, boost::asio::buffers_begin(buffer), boost::asio::buffers_end(buffer));
+}
+
+} // namespace Hv::Async::AppStream
