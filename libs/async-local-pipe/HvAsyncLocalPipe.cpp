@@ -1,0 +1,319 @@
+#include "HvAsyncLocalPipe.h"
+
+#include "HvAsyncAppStreamMessage.h"
+#include "HvAsyncLocalPipeImpl.h"
+#include "HvPlatform.h"
+#include "HvTrace.h"
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace Hv::Async::LocalPipe {
+
+namespace {
+
+using Endpoint = boost::asio::local::stream_protocol::endpoint;
+using Acceptor = boost::asio::local::stream_protocol::acceptor;
+
+} // namespace
+
+boost::filesystem::path socketPath(const std::string& name)
+{
+    return Impl::socketDirectory() / ("halvophone-" + name + "-local-channel");
+}
+
+// Receiver
+
+Receiver::Shared Receiver::create(boost::asio::io_context& ioContext, const std::string& name)
+{
+    auto receiver = std::make_shared<Receiver>(Token(), ioContext, name);
+    receiver->asyncWaitConnection();
+    return receiver;
+}
+
+Receiver::Receiver(Token, boost::asio::io_context& ioContext, const std::string& name)
+    : m_ioContext(ioContext)
+    , m_name(name)
+{
+    const std::string& channel = name;
+    HV_TRACE(channel);
+}
+
+Receiver::~Receiver()
+{
+    close();
+}
+
+void Receiver::onMessage(Callback callback)
+{
+    m_onMessage = std::move(callback);
+}
+
+void Receiver::close()
+{
+    HV_TRACE();
+    closeAppStream();
+    m_onMessage = nullptr;
+}
+
+void Receiver::asyncWaitConnection()
+{
+    HV_TRACE();
+    const boost::filesystem::path path = socketPath(m_name);
+    const Endpoint endpoint(path.string());
+    // A socket file left by an earlier run would make bind fail.
+    ::unlink(path.c_str());
+
+    auto acceptor = std::make_shared<Acceptor>(m_ioContext);
+    acceptor->open(endpoint.protocol());
+    acceptor->set_option(Acceptor::reuse_address(true));
+    acceptor->bind(endpoint);
+    // Before listen, so that no other user can connect in between.
+    if (::chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0)
+        HV_LOG_WARN("Error " << std::strerror(errno) << " on restricting named pipe in " << m_name);
+    acceptor->listen();
+
+    // The handler holds the acceptor: the listening socket closes once one client is accepted.
+    auto socket = std::make_shared<Socket>(m_ioContext);
+    acceptor->async_accept(*socket, [weakReceiver = weak_from_this(), acceptor, socket](const boost::system::error_code& error) {
+        if (const Shared receiver = weakReceiver.lock())
+            receiver->onAccepted(error, *socket);
+    });
+}
+
+void Receiver::onAccepted(const boost::system::error_code& error, Socket& socket)
+{
+    HV_TRACE(error);
+    if (error) {
+        onConnected(nullptr);
+        return;
+    }
+    if (!isPeerAllowed(socket)) {
+        boost::system::error_code ignored;
+        socket.close(ignored);
+        asyncWaitConnection();
+        return;
+    }
+    onConnected(std::make_shared<Out>(std::move(socket), m_name));
+}
+
+bool Receiver::isPeerAllowed(Socket& socket) const
+{
+    const std::optional<uid_t> peer = Impl::peerUserId(socket.native_handle());
+    if (!peer) {
+        HV_LOG_WARN("Refused connection to named pipe in " << m_name << ": the peer's user is unknown");
+        return false;
+    }
+    if (*peer != ::geteuid()) {
+        HV_LOG_WARN("Refused connection to named pipe in " << m_name << " from user id " << *peer);
+        return false;
+    }
+    return true;
+}
+
+void Receiver::onConnected(Out::Shared out)
+{
+    HV_TRACE(out);
+    if (!out) {
+        asyncWaitConnection();
+        return;
+    }
+    m_out = std::move(out);
+    trackAppStreamError();
+    asyncReadForever();
+}
+
+void Receiver::trackAppStreamError()
+{
+    HV_TRACE(m_out);
+    m_out->onError([weakReceiver = weak_from_this()] {
+        if (const Shared receiver = weakReceiver.lock()) {
+            receiver->closeAppStream();
+            receiver->asyncWaitConnection();
+        }
+    });
+}
+
+void Receiver::asyncReadForever()
+{
+    HV_TRACE(m_out);
+    // The subscriber may have closed the receiver from inside the previous completion.
+    if (!m_out)
+        return;
+    auto appStreamMessage = std::make_shared<AppStream::Message>();
+    m_out->asyncRead(appStreamMessage, [this, weakReceiver = weak_from_this(), appStreamMessage] {
+        const Shared receiver = weakReceiver.lock();
+        if (!receiver)
+            return;
+        HV_TRACE(appStreamMessage);
+        fireOnMessage(appStreamMessage->channelMessage());
+        asyncReadForever();
+    });
+}
+
+void Receiver::fireOnMessage(const ChannelMessage::Shared& message)
+{
+    if (!message) {
+        HV_TRACE(message);
+        return;
+    }
+    HV_TRACE(message, message->channel(), hideSecretInfo(message->message()));
+    if (m_onMessage)
+        m_onMessage(message);
+}
+
+void Receiver::closeAppStream()
+{
+    HV_TRACE(m_out);
+    if (!m_out)
+        return;
+    m_out->close();
+    // Releasing the stream drops its pending reads.
+    m_out.reset();
+}
+
+// Sender
+
+Sender::Shared Sender::create(boost::asio::io_context& ioContext, const std::string& name)
+{
+    auto sender = std::make_shared<Sender>(Token(), ioContext, name);
+    sender->connect();
+    return sender;
+}
+
+Sender::Sender(Token, boost::asio::io_context& ioContext, const std::string& name)
+    : m_ioContext(ioContext)
+    , m_timer(ioContext)
+    , m_name(name)
+{
+    const std::string& channel = name;
+    HV_TRACE(channel);
+}
+
+Sender::~Sender()
+{
+    close();
+}
+
+void Sender::onConnected(Callback callback)
+{
+    m_onConnected = std::move(callback);
+}
+
+void Sender::connect()
+{
+    HV_TRACE(m_in);
+    if (!m_in)
+        m_in = getAppStream();
+    if (!m_in) {
+        retryConnect();
+        return;
+    }
+    trackAppStreamError();
+    fireOnConnected();
+}
+
+Sender::In::Shared Sender::getAppStream()
+{
+    HV_TRACE();
+    Socket socket(m_ioContext);
+    boost::system::error_code error;
+    try {
+        const Endpoint endpoint(socketPath(m_name).string());
+        socket.open(endpoint.protocol(), error);
+        if (!error)
+            socket.connect(endpoint, error);
+    } catch (const boost::system::system_error& failure) {
+        // A path too long for the socket address.
+        error = failure.code();
+    }
+    if (error) {
+        HV_LOG_WARN("Error " << error << " on connecting to named pipe in " << m_name);
+        return nullptr;
+    }
+    return std::make_shared<In>(std::move(socket), m_name);
+}
+
+void Sender::retryConnect()
+{
+    HV_TRACE();
+    m_timer.expires_from_now(boost::posix_time::seconds(1));
+    m_timer.async_wait([this, weakSender = weak_from_this()](const boost::system::error_code& error) {
+        const Shared sender = weakSender.lock();
+        if (!sender)
+            return;
+        HV_TRACE(error);
+        if (!error)
+            connect();
+    });
+}
+
+void Sender::trackAppStreamError()
+{
+    HV_TRACE(m_in);
+    m_in->onError([weakSender = weak_from_this()] {
+        if (const Shared sender = weakSender.lock()) {
+            sender->closeAppStream();
+            sender->connect();
+        }
+    });
+    // Only to notice the receiver going away: its end of stream fails this read.
+    m_in->asyncRead(std::make_shared<AppStream::Buffer>(), [] {});
+}
+
+void Sender::fireOnConnected()
+{
+    HV_TRACE();
+    if (m_onConnected)
+        m_onConnected();
+}
+
+void Sender::sendMessage(const ChannelMessage::Shared& message, Callback onWritten)
+{
+    if (!message) {
+        HV_TRACE(m_in, message);
+        return;
+    }
+    HV_TRACE(m_in, message, message->channel(), hideSecretInfo(message->message()));
+    if (!m_in)
+        return;
+    auto appStreamMessage = std::make_shared<AppStream::Message>(message);
+    m_in->asyncWrite(appStreamMessage, [this, weakSender = weak_from_this(), appStreamMessage, onWritten = std::move(onWritten)] {
+        const Shared sender = weakSender.lock();
+        if (!sender)
+            return;
+        HV_TRACE(appStreamMessage);
+        if (onWritten)
+            onWritten();
+    });
+}
+
+bool Sender::isConnected() const
+{
+    return m_in != nullptr;
+}
+
+void Sender::closeAppStream()
+{
+    HV_TRACE(m_in);
+    if (!m_in)
+        return;
+    m_in->close();
+    m_in.reset();
+}
+
+void Sender::close()
+{
+    HV_TRACE(m_in);
+    closeAppStream();
+    boost::system::error_code ignored;
+    m_timer.cancel(ignored);
+    m_onConnected = nullptr;
+}
+
+} // namespace Hv::Async::LocalPipe

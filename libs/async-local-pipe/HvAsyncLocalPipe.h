@@ -1,0 +1,109 @@
+#pragma once
+
+// A named one-way channel for channel messages between two processes of one user, over a
+// Unix-domain stream socket. The receiver serves one client at a time and listens again when
+// its client goes; the sender reconnects after every failure. Both live in shared pointers:
+// make them with create(), which also starts them.
+
+#include "HvAsyncAppStream.h"
+#include "HvChannelMessage.h"
+
+#include <boost/asio/deadline_timer.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/filesystem/path.hpp>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace Hv::Async::LocalPipe {
+
+using Socket = boost::asio::local::stream_protocol::socket;
+
+// "halvophone-" + name + "-local-channel" in the platform's socket folder.
+boost::filesystem::path socketPath(const std::string& name);
+
+class Receiver : public std::enable_shared_from_this<Receiver> {
+    struct Token {
+        explicit Token() = default;
+    };
+
+public:
+    using Shared = std::shared_ptr<Receiver>;
+    using Out = AppStream::Out<Socket>;
+    using Callback = std::function<void(const ChannelMessage::Shared&)>;
+
+    // Listens at once. Failing to listen throws boost::system::system_error naming the step.
+    static Shared create(boost::asio::io_context& ioContext, const std::string& name);
+    Receiver(Token, boost::asio::io_context& ioContext, const std::string& name);
+    ~Receiver();
+    Receiver(const Receiver&) = delete;
+    Receiver& operator=(const Receiver&) = delete;
+
+    void onMessage(Callback callback);
+    // Drops the client and the subscriber; a pending accept stays.
+    void close();
+
+    // Removes a stale socket file, listens and accepts one client.
+    void asyncWaitConnection();
+    // Starts reading the client, or listens again when there is none.
+    void onConnected(Out::Shared out);
+    void trackAppStreamError();
+    void asyncReadForever();
+    void fireOnMessage(const ChannelMessage::Shared& message);
+    void closeAppStream();
+
+private:
+    void onAccepted(const boost::system::error_code& error, Socket& socket);
+    // Only the receiver's own user may talk to it.
+    bool isPeerAllowed(Socket& socket) const;
+
+    boost::asio::io_context& m_ioContext;
+    std::string m_name;
+    Callback m_onMessage;
+    Out::Shared m_out;
+};
+
+class Sender : public std::enable_shared_from_this<Sender> {
+    struct Token {
+        explicit Token() = default;
+    };
+
+public:
+    using Shared = std::shared_ptr<Sender>;
+    using In = AppStream::Duplex<Socket>;
+    using Callback = std::function<void()>;
+
+    // Connects at once; retries every second until a receiver of that name exists.
+    static Shared create(boost::asio::io_context& ioContext, const std::string& name);
+    Sender(Token, boost::asio::io_context& ioContext, const std::string& name);
+    ~Sender();
+    Sender(const Sender&) = delete;
+    Sender& operator=(const Sender&) = delete;
+
+    // Called after every (re)connection.
+    void onConnected(Callback callback);
+    // Writes the message in call order while connected; drops it silently otherwise. `onWritten`
+    // runs once the whole frame has been written.
+    void sendMessage(const ChannelMessage::Shared& message, Callback onWritten = Callback());
+    bool isConnected() const;
+    // Drops the connection, stops reconnecting and forgets the subscriber.
+    void close();
+
+    void connect();
+    In::Shared getAppStream();
+    void retryConnect();
+    void trackAppStreamError();
+    void fireOnConnected();
+    void closeAppStream();
+
+private:
+    boost::asio::io_context& m_ioContext;
+    boost::asio::deadline_timer m_timer;
+    std::string m_name;
+    Callback m_onConnected;
+    In::Shared m_in;
+};
+
+} // namespace Hv::Async::LocalPipe

@@ -1,0 +1,24 @@
+#include "HvAsyncLocalPipeImpl.h"
+
+#include "HvPlatform.h"
+
+#include <unistd.h>
+
+namespace Hv::Async::LocalPipe::Impl {
+
+boost::filesystem::path socketDirectory()
+{
+    // The per-user temporary folder ($TMPDIR) is private to the user already.
+    return tempDirectory();
+}
+
+std::optional<uid_t> peerUserId(int socket)
+{
+    uid_t user = 0;
+    gid_t group = 0;
+    if (getpeereid(socket, &user, &group) != 0)
+        return std::nullopt;
+    return user;
+}
+
+} // namespace Hv::Async::LocalPipe::Impl

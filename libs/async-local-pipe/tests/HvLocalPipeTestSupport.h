@@ -1,0 +1,100 @@
+#pragma once
+
+// Processes and bounded event-loop runs for the local pipe tests.
+
+#include <boost/asio/io_context.hpp>
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+extern char** environ;
+
+namespace Hv::Test {
+
+// Runs the loop in short slices until done() or the limit; never sleeps blindly.
+template <typename Predicate>
+bool runUntil(boost::asio::io_context& ioContext, Predicate done, std::chrono::milliseconds limit = std::chrono::seconds(10))
+{
+    // done() is asked once per slice: it may have side effects (a connection attempt).
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    for (;;) {
+        if (done())
+            return true;
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        ioContext.restart();
+        ioContext.run_one_for(std::chrono::milliseconds(5));
+    }
+}
+
+inline void runFor(boost::asio::io_context& ioContext, std::chrono::milliseconds duration)
+{
+    runUntil(ioContext, [] { return false; }, duration);
+}
+
+// A started program; killed on destruction if it still runs.
+class Process {
+public:
+    explicit Process(const std::vector<std::string>& arguments)
+    {
+        std::vector<char*> argv;
+        for (const std::string& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+        if (posix_spawn(&m_pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0)
+            m_pid = -1;
+    }
+    explicit Process(pid_t pid)
+        : m_pid(pid)
+    {
+    }
+    ~Process()
+    {
+        if (m_pid > 0 && !m_status) {
+            ::kill(m_pid, SIGKILL);
+            int status = 0;
+            ::waitpid(m_pid, &status, 0);
+        }
+    }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    pid_t pid() const { return m_pid; }
+    bool started() const { return m_pid > 0; }
+
+    // The wait status once the process has ended, polled without blocking.
+    std::optional<int> poll()
+    {
+        if (!m_status && m_pid > 0) {
+            int status = 0;
+            if (::waitpid(m_pid, &status, WNOHANG) == m_pid)
+                m_status = status;
+        }
+        return m_status;
+    }
+    bool exitedWith(int code)
+    {
+        const auto status = poll();
+        return status && WIFEXITED(*status) && WEXITSTATUS(*status) == code;
+    }
+    void kill()
+    {
+        ::kill(m_pid, SIGKILL);
+        int status = 0;
+        ::waitpid(m_pid, &status, 0);
+        m_status = status;
+    }
+
+private:
+    pid_t m_pid = -1;
+    std::optional<int> m_status;
+};
+
+} // namespace Hv::Test

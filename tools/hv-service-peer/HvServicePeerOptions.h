@@ -1,0 +1,40 @@
+#pragma once
+
+// Command line of hv-service-peer, a stand-in for the softphone service that writes channel
+// messages to a local pipe.
+
+#include "HvChannelMessage.h"
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Hv::ServicePeer {
+
+struct OutgoingMessage {
+    ChannelMessage::Channel channel;
+    std::string body;
+};
+
+struct Options {
+    std::string pipe = "tray";
+    // Sent in this order.
+    std::vector<OutgoingMessage> messages;
+    std::chrono::milliseconds delay{0};
+    // Longest wait for the receiver, and for each write after it.
+    std::chrono::milliseconds timeout{5000};
+    bool help = false;
+};
+
+struct ParseResult {
+    std::optional<Options> options;
+    // Why the arguments were refused; empty on success.
+    std::string error;
+};
+
+// Arguments without the program name.
+ParseResult parseArguments(const std::vector<std::string>& arguments);
+std::string usage();
+
+} // namespace Hv::ServicePeer
