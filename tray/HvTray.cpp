@@ -1,0 +1,102 @@
+#include "HvTray.h"
+
+#include "HvTrace.h"
+#include "HvVersion.h"
+
+namespace Hv::Tray {
+
+namespace {
+const char* const TITLE = "Halvo Softphone";
+}
+
+const char* iconName(Icon icon)
+{
+    switch (icon) {
+    case Icon::Waiting:
+        return "waiting";
+    case Icon::Error:
+        return "error";
+    case Icon::Connected:
+        return "connected";
+    }
+    return "waiting";
+}
+
+void init()
+{
+    HV_TRACE_FREE();
+}
+
+void destroy()
+{
+    HV_TRACE_FREE();
+}
+
+void setStatus(const ServiceStatus& serviceStatus)
+{
+    HV_TRACE_FREE(serviceStatus.connectionState(), serviceStatus.error());
+    switch (serviceStatus.connectionState()) {
+    case ServiceStatus::ConnectionState::Connected:
+        setConnectedStatus();
+        return;
+    case ServiceStatus::ConnectionState::Waiting:
+        // The error look is reached only through the waiting state.
+        if (serviceStatus.error() == ServiceStatus::ErrorCode::Success)
+            setWaitingStatus();
+        else
+            setErrorStatus(serviceStatus.error());
+        return;
+    default:
+        HV_LOG_WARN("Unexpected status; ignored");
+        return;
+    }
+}
+
+void setWaitingStatus()
+{
+    HV_TRACE_FREE();
+    showPresentation(Icon::Waiting, formatStatus("Waiting"));
+}
+
+void setErrorStatus(ServiceStatus::ErrorCode error)
+{
+    HV_TRACE_FREE(error);
+    showPresentation(Icon::Error, formatStatus("Error", error));
+}
+
+void setConnectedStatus()
+{
+    HV_TRACE_FREE();
+    showPresentation(Icon::Connected, formatStatus("Connected"));
+}
+
+std::string formatStatus(const std::string& status)
+{
+    HV_TRACE_FREE(status);
+    return std::string(TITLE) + " (" + PRODUCT_VERSION + ")\n" + status;
+}
+
+std::string formatStatus(const std::string& status, ServiceStatus::ErrorCode error)
+{
+    HV_TRACE_FREE(status, error);
+    return formatStatus(status) + ": " + errorString(error);
+}
+
+std::string errorString(ServiceStatus::ErrorCode error)
+{
+    HV_TRACE_FREE(error);
+    switch (error) {
+    case ServiceStatus::ErrorCode::Success:
+        return "";
+    case ServiceStatus::ErrorCode::Socket:
+        return "Port busy";
+    case ServiceStatus::ErrorCode::Validation:
+        return "Invalid client connection";
+    case ServiceStatus::ErrorCode::NoVDISession:
+        return "Unknown host";
+    default:
+        return "Internal error";
+    }
+}
+
+} // namespace Hv::Tray

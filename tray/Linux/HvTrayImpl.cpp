@@ -1,0 +1,91 @@
+#include "HvTrayImpl.h"
+
+#include "HvTrace.h"
+#include "HvTray.h"
+
+#include <QAction>
+#include <QMenu>
+#include <QSystemTrayIcon>
+
+#include <array>
+#include <mutex>
+
+namespace {
+
+const std::array<int, 5> ICON_SIZES = {16, 22, 24, 32, 48};
+
+QIcon loadIcon(Hv::Tray::Icon icon)
+{
+    QIcon result;
+    const QString name = QString::fromLatin1(Hv::Tray::iconName(icon));
+    for (int size : ICON_SIZES)
+        result.addFile(QStringLiteral(":/icons/%1-%2.png").arg(name).arg(size), QSize(size, size));
+    return result;
+}
+
+// Loaded on first use, once the application object exists, and kept for the whole process.
+const QIcon& trayIcon(Hv::Tray::Icon icon)
+{
+    static const QIcon* const WAITING_ICON = new QIcon(loadIcon(Hv::Tray::Icon::Waiting));
+    static const QIcon* const ERROR_ICON = new QIcon(loadIcon(Hv::Tray::Icon::Error));
+    static const QIcon* const CONNECTED_ICON = new QIcon(loadIcon(Hv::Tray::Icon::Connected));
+    switch (icon) {
+    case Hv::Tray::Icon::Error:
+        return *ERROR_ICON;
+    case Hv::Tray::Icon::Connected:
+        return *CONNECTED_ICON;
+    case Hv::Tray::Icon::Waiting:
+        break;
+    }
+    return *WAITING_ICON;
+}
+
+} // namespace
+
+HvTray::HvTray()
+    : m_statusBarItem(new QSystemTrayIcon(this))
+    , m_menu(new QMenu())
+{
+    HV_TRACE();
+    // Qt falls back from a StatusNotifier host to the XEmbed tray; with neither the item is
+    // invisible but the application still follows the service.
+    if (!QSystemTrayIcon::isSystemTrayAvailable())
+        HV_LOG_WARN("No system tray is available; the status item will not be shown");
+    QAction* action = m_menu->addAction(QStringLiteral("Collect logs into a ZIP file"));
+    QObject::connect(action, &QAction::triggered, this, [this] { collectLogs(); });
+    m_statusBarItem->setContextMenu(m_menu);
+}
+
+HvTray* HvTray::instance()
+{
+    static HvTray* trayInstance = nullptr;
+    static std::once_flag onceToken;
+    HV_TRACE_FREE(trayInstance);
+    std::call_once(onceToken, [] { trayInstance = new HvTray(); });
+    return trayInstance;
+}
+
+void HvTray::setIcon(const QIcon& image, const QString& status)
+{
+    const QIcon* icon = &image;
+    HV_TRACE(icon, status.toStdString());
+    m_statusBarItem->setIcon(image);
+    m_statusBarItem->setToolTip(status);
+    if (!m_statusBarItem->isVisible())
+        m_statusBarItem->show();
+}
+
+void HvTray::collectLogs()
+{
+    HV_TRACE();
+    HV_LOG_INFO("Collecting logs is not available in this build");
+}
+
+namespace Hv::Tray {
+
+void showPresentation(Icon icon, const std::string& toolTip)
+{
+    HvTray::instance()->setIcon(trayIcon(icon), QString::fromStdString(toolTip));
+}
+
+} // namespace Hv::Tray

@@ -1,0 +1,32 @@
+#include "HvAppDelegate.h"
+#include "HvServiceMonitor.h"
+#include "HvSimpleLogger.h"
+#include "HvSingleton.h"
+#include "HvTrace.h"
+#include "HvTrayIOService.h"
+
+#include <QApplication>
+#include <QTimer>
+
+int main(int argc, char* argv[])
+{
+    Hv::SimpleLogger::initialize("HalvoSoftphoneTray");
+    HV_TRACE_FREE(argc, argv);
+    {
+        QApplication application(argc, argv);
+        // The item's menu is the only window the application ever shows.
+        QApplication::setQuitOnLastWindowClosed(false);
+
+        std::unique_ptr<HvAppDelegate> delegate = HvAppDelegate::create();
+        QObject::connect(&application, &QCoreApplication::aboutToQuit, delegate.get(),
+                         [&delegate] { delegate->applicationWillTerminate(); });
+        QTimer::singleShot(0, delegate.get(), [&delegate] { delegate->applicationDidFinishLaunching(); });
+
+        Hv::ServiceMonitor monitor(Hv::Util::Singleton<Hv::TrayIOService>::shared()->ioExecutor(),
+                                   [] { QCoreApplication::quit(); });
+        QApplication::exec();
+    }
+    HV_LOG_INFO("tray application has been stopped");
+    Hv::SimpleLogger::destroy();
+    return 0;
+}
