@@ -1,0 +1,17 @@
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+
+// ZIP archives through the system's zip and unzip tools, run by the shell. Paths holding a
+// double quote, '$', '`' or '\' are refused (an ERROR line and false): they would be read by
+// the shell inside the double quotes the command puts around them.
+namespace Hv::Compression {
+
+// Packs the folder recursively; the archive's entries start with the folder's own name.
+bool pack(const boost::filesystem::path& source, const boost::filesystem::path& target);
+// Extracts the archive into the folder (created if needed, files of the same name overwritten).
+bool unpack(const boost::filesystem::path& package, const boost::filesystem::path& target);
+// Writes unzip's listing of the archive into the text file (created or truncated).
+bool listContent(const boost::filesystem::path& package, const boost::filesystem::path& target);
+
+} // namespace Hv::Compression

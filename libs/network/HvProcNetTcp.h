@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+
+// The text of Linux's /proc/net/tcp and the "socket:[inode]" descriptor links, read into the
+// values of Hv::Network::TcpConnectionInfo. Pure functions, so they are tested on every platform.
+namespace Hv::Network::ProcNetTcp {
+
+// One row of the table; addresses and ports in host byte order, state in BSD numbering.
+struct Row {
+    uint32_t state;
+    uint32_t localAddress;
+    uint16_t localPort;
+    uint32_t remoteAddress;
+    uint16_t remotePort;
+};
+
+// Rows by socket inode.
+using Table = std::unordered_map<uint64_t, Row>;
+
+// A state number that TcpConnectionInfo::state() does not know.
+constexpr uint32_t UNKNOWN_STATE = 0xFFFFFFFF;
+
+// Linux TCP state number (TCP_ESTABLISHED = 1 ...) to the BSD number (TCPS_ESTABLISHED = 4 ...).
+uint32_t bsdState(uint32_t linuxState);
+
+// Adds the rows of the table text (header line first) to `table`. Malformed lines and rows
+// without an inode (no owning socket, e.g. TIME_WAIT) are skipped.
+void parse(const char* text, std::size_t size, Table& table);
+
+// The inode of a descriptor link "socket:[12345]"; 0 for any other link.
+uint64_t socketInode(const char* link, std::size_t size);
+
+} // namespace Hv::Network::ProcNetTcp

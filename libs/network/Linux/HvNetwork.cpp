@@ -1,0 +1,154 @@
+// The TCP table walk on Linux: /proc/net/tcp gives the connections by socket inode, and each
+// process's /proc/PID/fd links ("socket:[inode]") tell which process holds them.
+
+#include "HvNetwork.h"
+#include "HvProcNetTcp.h"
+
+#include "HvTrace.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <vector>
+
+namespace Hv::Network {
+
+namespace {
+
+// Closes a descriptor at the end of its scope, also when a predicate throws.
+struct ScopedDescriptor {
+    explicit ScopedDescriptor(int descriptor) : fd(descriptor) {}
+    ~ScopedDescriptor()
+    {
+        if (fd >= 0)
+            ::close(fd);
+    }
+    ScopedDescriptor(const ScopedDescriptor&) = delete;
+    ScopedDescriptor& operator=(const ScopedDescriptor&) = delete;
+    int fd;
+};
+
+// The whole table in one pass; a table that cannot be read is an empty one.
+ProcNetTcp::Table readTcpTable()
+{
+    ProcNetTcp::Table table;
+    const ScopedDescriptor file(::open("/proc/net/tcp", O_RDONLY | O_CLOEXEC));
+    if (file.fd < 0)
+        return table;
+    std::vector<char> text(1 << 20);
+    std::size_t size = 0;
+    for (;;) {
+        if (size == text.size())
+            text.resize(text.size() * 2);
+        const ssize_t got = ::read(file.fd, text.data() + size, text.size() - size);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break;
+        size += static_cast<std::size_t>(got);
+    }
+    ProcNetTcp::parse(text.data(), size, table);
+    return table;
+}
+
+// Positive decimal name of a /proc entry, or 0.
+uint32_t decimalName(const char* name)
+{
+    uint64_t value = 0;
+    for (; *name != 0; ++name) {
+        if (*name < '0' || *name > '9' || value > 0xFFFFFFFFu / 10)
+            return 0;
+        value = value * 10 + static_cast<unsigned>(*name - '0');
+    }
+    return value <= 0xFFFFFFFFu ? static_cast<uint32_t>(value) : 0;
+}
+
+// Numeric entries of a directory, ascending. Returns false when it cannot be opened.
+bool readNumericEntries(int directoryFd, std::vector<uint32_t>& numbers)
+{
+    numbers.clear();
+    DIR* const directory = ::fdopendir(directoryFd);
+    if (directory == nullptr) {
+        ::close(directoryFd);
+        return false;
+    }
+    while (const dirent* entry = ::readdir(directory)) {
+        const uint32_t number = decimalName(entry->d_name);
+        if (number != 0 || (entry->d_name[0] == '0' && entry->d_name[1] == 0))
+            numbers.push_back(number);
+    }
+    ::closedir(directory);
+    std::sort(numbers.begin(), numbers.end());
+    return true;
+}
+
+// The records of one process, in ascending descriptor order.
+bool readProcessConnections(int procFd, uint32_t pid, const ProcNetTcp::Table& table,
+                            std::vector<uint32_t>& descriptors, std::vector<TcpConnectionInfo>& records)
+{
+    records.clear();
+    char path[32];
+    std::snprintf(path, sizeof(path), "%u/fd", pid);
+    const ScopedDescriptor linkDirectory(::openat(procFd, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (linkDirectory.fd < 0)
+        return false;
+    // readNumericEntries takes over the descriptor it is given; keep one for readlinkat.
+    const int listDirectory = ::dup(linkDirectory.fd);
+    if (listDirectory < 0 || !readNumericEntries(listDirectory, descriptors))
+        return false;
+    char name[16];
+    char link[64];
+    for (const uint32_t descriptor : descriptors) {
+        std::snprintf(name, sizeof(name), "%u", descriptor);
+        const ssize_t size = ::readlinkat(linkDirectory.fd, name, link, sizeof(link));
+        if (size <= 0)
+            continue; // closed meanwhile
+        const uint64_t inode = ProcNetTcp::socketInode(link, static_cast<std::size_t>(size));
+        if (inode == 0)
+            continue;
+        const auto row = table.find(inode);
+        if (row == table.end())
+            continue; // not an IPv4 TCP socket
+        const ProcNetTcp::Row& r = row->second;
+        records.emplace_back(pid, r.state, r.state == 4, r.localAddress, r.localPort, r.remoteAddress,
+                             r.remotePort);
+    }
+    return true;
+}
+
+} // namespace
+
+boost::optional<TcpConnectionInfo> searchInTcpTable(const TcpPredicate& predicate)
+{
+    HV_TRACE_FREE();
+
+    const ProcNetTcp::Table table = readTcpTable();
+
+    const ScopedDescriptor proc(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (proc.fd < 0)
+        return boost::none;
+    const int listFd = ::dup(proc.fd);
+    std::vector<uint32_t> pids;
+    if (listFd < 0 || !readNumericEntries(listFd, pids))
+        return boost::none;
+
+    std::vector<uint32_t> descriptors;
+    std::vector<TcpConnectionInfo> records;
+    for (const uint32_t pid : pids) {
+        if (!readProcessConnections(proc.fd, pid, table, descriptors, records)) {
+            HV_LOG_DEBUG(LOG4CPLUS_TEXT("Unable to read descriptors of pid: ") << pid);
+            continue;
+        }
+        for (const TcpConnectionInfo& record : records) {
+            if (predicate(record))
+                return record;
+        }
+    }
+    return boost::none;
+}
+
+} // namespace Hv::Network

@@ -1,0 +1,92 @@
+#include "HvProcNetTcp.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+namespace {
+
+using Hv::Network::ProcNetTcp::Row;
+using Hv::Network::ProcNetTcp::Table;
+
+constexpr uint32_t ip(uint32_t a, uint32_t b, uint32_t c, uint32_t d)
+{
+    return a << 24 | b << 16 | c << 8 | d;
+}
+
+Table parse(const std::string& text)
+{
+    Table table;
+    Hv::Network::ProcNetTcp::parse(text.data(), text.size(), table);
+    return table;
+}
+
+// Lines as a little-endian kernel writes them: the address word is the network-order word read
+// as a host integer, so 127.0.0.1 reads 0100007F.
+const std::string TABLE =
+    "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n"
+    "   0: 0100007F:1F90 00000000:0000 0A 00000000:00000000 00:00000000 00000000     0        0 27187 1 0000000000000000 100 0 0 10 0\n"
+    "   1: 0F02000A:C350 2A01A8C0:01BB 01 00000000:00000000 02:000AFC3B 00000000  1000        0 99001 2 0000000000000000 20 4 30 10 -1\n"
+    "   2: 0100007F:1F90 0100007F:D431 06 00000000:00000000 03:00001770 00000000     0        0 0 3 0000000000000000\n"
+    "   3: 0100007F:1F91 0100007F:D432 08 00000000:00000000 00:00000000 00000000     0        0 4242 1 0000000000000000 20 4 30 10 -1\n"
+    "   4: garbage line\n"
+    "   5: 0100007F:1F92 0100007F:D433 0B 00000000:00000000 00:00000000 00000000     0        0\n"
+    "  10: 00000000000000000000000001000000:1F90 00000000000000000000000000000000:0000 0A 00000000:00000000 00:00000000 00000000 0 0 555 1\n"
+    "  11: 0100007F:1F93 0100007F:D434 0C 00000000:00000000 00:00000000 00000000     0        0 777 1 0000000000000000";
+
+TEST(ProcNetTcp, ParsesRowsByInode)
+{
+    const Table table = parse(TABLE);
+    // Rows 2 (no inode: TIME_WAIT), 4 (garbage), 5 (no inode field), 10 (IPv6 width) are skipped.
+    ASSERT_EQ(table.size(), 4u);
+
+    const Row& listener = table.at(27187);
+    EXPECT_EQ(listener.state, 1u); // LISTEN
+    EXPECT_EQ(listener.localAddress, ip(127, 0, 0, 1));
+    EXPECT_EQ(listener.localPort, 8080);
+    EXPECT_EQ(listener.remoteAddress, 0u);
+    EXPECT_EQ(listener.remotePort, 0);
+
+    const Row& established = table.at(99001);
+    EXPECT_EQ(established.state, 4u);
+    EXPECT_EQ(established.localAddress, ip(10, 0, 2, 15));
+    EXPECT_EQ(established.localPort, 50000);
+    EXPECT_EQ(established.remoteAddress, ip(192, 168, 1, 42));
+    EXPECT_EQ(established.remotePort, 443);
+
+    EXPECT_EQ(table.at(4242).state, 5u); // CLOSE_WAIT
+    // The last line has no line end; NEW_SYN_RECV has no BSD counterpart.
+    EXPECT_EQ(table.at(777).state, Hv::Network::ProcNetTcp::UNKNOWN_STATE);
+
+    EXPECT_TRUE(parse("").empty());
+    EXPECT_TRUE(parse("  sl  local_address rem_address   st").empty());
+}
+
+TEST(ProcNetTcp, TranslatesLinuxStatesToBsdNumbers)
+{
+    using Hv::Network::ProcNetTcp::bsdState;
+    // ESTABLISHED, SYN_SENT, SYN_RECV, FIN_WAIT1, FIN_WAIT2, TIME_WAIT, CLOSE, CLOSE_WAIT,
+    // LAST_ACK, LISTEN, CLOSING.
+    const uint32_t expected[] = {4, 2, 3, 6, 9, 10, 0, 5, 8, 1, 7};
+    for (uint32_t linuxState = 1; linuxState <= 11; ++linuxState)
+        EXPECT_EQ(bsdState(linuxState), expected[linuxState - 1]) << "Linux state " << linuxState;
+    EXPECT_EQ(bsdState(0), Hv::Network::ProcNetTcp::UNKNOWN_STATE);
+    EXPECT_EQ(bsdState(12), Hv::Network::ProcNetTcp::UNKNOWN_STATE);
+    EXPECT_EQ(bsdState(0xFFFFFFFF), Hv::Network::ProcNetTcp::UNKNOWN_STATE);
+}
+
+TEST(ProcNetTcp, ReadsSocketInodeOfDescriptorLinks)
+{
+    auto inode = [](const char* link) { return Hv::Network::ProcNetTcp::socketInode(link, std::strlen(link)); };
+    EXPECT_EQ(inode("socket:[12345]"), 12345u);
+    EXPECT_EQ(inode("socket:[18446744073709551615]"), 18446744073709551615ull);
+    EXPECT_EQ(inode("socket:[]"), 0u);
+    EXPECT_EQ(inode("socket:[12a]"), 0u);
+    EXPECT_EQ(inode("socket:[123"), 0u);
+    EXPECT_EQ(inode("pipe:[12345]"), 0u);
+    EXPECT_EQ(inode("anon_inode:[eventpoll]"), 0u);
+    EXPECT_EQ(inode("/dev/null"), 0u);
+}
+
+} // namespace
