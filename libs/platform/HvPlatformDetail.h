@@ -34,4 +34,8 @@ std::optional<std::string> effectiveUidFromStatus(const std::string& statusText)
 // when `expectedSize` were asked for: the uid on a full record, "" plus a log line otherwise.
 std::string ownerFromTaskInfo(uint32_t pid, int returnedSize, int expectedSize, uint32_t uid);
 
+// processOwner() on macOS: asks libproc for the task's record of `pid` (Mac/HvProcessOwner.cpp;
+// not built on other platforms).
+std::string processOwnerFromTaskInfo(uint32_t pid);
+
 } // namespace Hv::PlatformDetail

@@ -40,6 +40,12 @@ concept SharedLike = requires(const T& p) {
     p.use_count();
 };
 
+#ifdef __OBJC__
+// Objective-C objects and classes; under ARC they reach an address only through a bridged cast.
+template <typename T>
+concept ObjectiveCObject = !std::is_same_v<T, std::nullptr_t> && std::is_convertible_v<T, id>;
+#endif
+
 template <typename T>
 concept Streamable = requires(log4cplus::tostream& os, const T& v) { os << v; };
 
@@ -65,6 +71,11 @@ inline void writeText(log4cplus::tostream& os, std::string_view text)
 template <typename T>
 void writeValue(log4cplus::tostream& os, const T& value)
 {
+#ifdef __OBJC__
+    if constexpr (ObjectiveCObject<T>) {
+        os << (__bridge const void*)value;
+    } else
+#endif
     if constexpr (StringLike<T>) {
         writeText(os, std::string_view(value));
     } else if constexpr (Pointer<T>) {

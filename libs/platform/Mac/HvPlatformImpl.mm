@@ -1,4 +1,5 @@
-// macOS rules of the platform functions: the per-user Library folders, libproc and CoreGraphics.
+// macOS rules of the platform functions: the per-user Library folders, the process owner and the
+// console session (CoreGraphics).
 
 #include "HvPlatform.h"
 #include "HvPlatformDetail.h"
@@ -7,8 +8,6 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreGraphics/CoreGraphics.h>
-#include <libproc.h>
-#include <sys/proc_info.h>
 
 #include <optional>
 
@@ -46,10 +45,7 @@ const std::string& autoUpdatePackName()
 std::string processOwner(uint32_t pid)
 {
     HV_TRACE_FREE(pid);
-    struct proc_taskallinfo info = {};
-    const int size = proc_pidinfo(static_cast<int>(pid), PROC_PIDTASKALLINFO, 0, &info,
-                                  static_cast<int>(sizeof(info)));
-    return PlatformDetail::ownerFromTaskInfo(pid, size, static_cast<int>(sizeof(info)), info.pbsd.pbi_uid);
+    return PlatformDetail::processOwnerFromTaskInfo(pid);
 }
 
 bool isSystemSessionActive()

@@ -1,0 +1,69 @@
+#pragma once
+
+// <AppKit/AppKit.h>: the application object and its delegate, the status bar, menus, images and
+// the workspace's file viewer.
+
+#include <CoreGraphics/CoreGraphics.h>
+#include <Foundation/Foundation.h>
+
+typedef NSString* NSImageName;
+
+@interface NSImage : NSObject
++ (NSImage*)imageNamed:(NSImageName)name;
+@end
+
+@interface NSResponder : NSObject
+@end
+
+@interface NSView : NSResponder
+@property (copy) NSString* toolTip;
+@end
+
+@interface NSControl : NSView
+@end
+
+@interface NSButton : NSControl
+@property (strong) NSImage* image;
+@end
+
+@interface NSStatusBarButton : NSButton
+@end
+
+@interface NSMenuItem : NSObject
+@property (weak) id target;
+@end
+
+@interface NSMenu : NSObject
+- (instancetype)initWithTitle:(NSString*)title;
+- (NSMenuItem*)addItemWithTitle:(NSString*)string action:(SEL)selector keyEquivalent:(NSString*)charCode;
+@end
+
+static const CGFloat NSVariableStatusItemLength = -1;
+
+@interface NSStatusItem : NSObject
+@property (readonly, strong) NSStatusBarButton* button;
+@property (strong) NSMenu* menu;
+@end
+
+@interface NSStatusBar : NSObject
+@property (class, readonly, strong) NSStatusBar* systemStatusBar;
+- (NSStatusItem*)statusItemWithLength:(CGFloat)length;
+@end
+
+@protocol NSApplicationDelegate <NSObject>
+@optional
+- (void)applicationDidFinishLaunching:(NSNotification*)notification;
+- (void)applicationWillTerminate:(NSNotification*)notification;
+@end
+
+@interface NSApplication : NSResponder
+@property (class, readonly, strong) __kindof NSApplication* sharedApplication;
+@property (weak) id<NSApplicationDelegate> delegate;
+- (void)run;
+- (void)terminate:(id)sender;
+@end
+
+@interface NSWorkspace : NSObject
+@property (class, readonly, strong) NSWorkspace* sharedWorkspace;
+- (void)activateFileViewerSelectingURLs:(NSArray<NSURL*>*)fileURLs;
+@end

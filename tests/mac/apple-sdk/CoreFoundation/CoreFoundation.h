@@ -1,0 +1,76 @@
+#pragma once
+
+// <CoreFoundation/CoreFoundation.h>: base types, strings, dictionaries, booleans, run-loop timers
+// and the user-notification alert.
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef int32_t SInt32;
+typedef unsigned long CFOptionFlags;
+typedef signed long CFIndex;
+typedef double CFTimeInterval;
+typedef CFTimeInterval CFAbsoluteTime;
+
+typedef const void* CFTypeRef;
+typedef const struct __CFAllocator* CFAllocatorRef;
+typedef const struct __CFString* CFStringRef;
+typedef const struct __CFDictionary* CFDictionaryRef;
+typedef const struct __CFBoolean* CFBooleanRef;
+typedef const struct __CFURL* CFURLRef;
+typedef struct __CFRunLoop* CFRunLoopRef;
+typedef struct __CFRunLoopTimer* CFRunLoopTimerRef;
+typedef CFStringRef CFRunLoopMode;
+
+extern const CFAllocatorRef kCFAllocatorDefault;
+extern const CFBooleanRef kCFBooleanTrue;
+extern const CFBooleanRef kCFBooleanFalse;
+extern const CFRunLoopMode kCFRunLoopCommonModes;
+
+void CFRelease(CFTypeRef cf);
+
+CFStringRef __CFStringMakeConstantString(const char* cStr);
+#if defined(__has_builtin) && __has_builtin(__builtin___CFStringMakeConstantString)
+#define CFSTR(cStr) ((CFStringRef)__builtin___CFStringMakeConstantString("" cStr ""))
+#else
+#define CFSTR(cStr) __CFStringMakeConstantString("" cStr "")
+#endif
+
+const void* CFDictionaryGetValue(CFDictionaryRef theDict, const void* key);
+
+CFAbsoluteTime CFAbsoluteTimeGetCurrent(void);
+
+typedef struct {
+    CFIndex version;
+    void* info;
+    const void* (*retain)(const void* info);
+    void (*release)(const void* info);
+    CFStringRef (*copyDescription)(const void* info);
+} CFRunLoopTimerContext;
+
+typedef void (*CFRunLoopTimerCallBack)(CFRunLoopTimerRef timer, void* info);
+
+CFRunLoopRef CFRunLoopGetCurrent(void);
+CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate, CFTimeInterval interval,
+                                       CFOptionFlags flags, CFIndex order, CFRunLoopTimerCallBack callout,
+                                       CFRunLoopTimerContext* context);
+void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode);
+
+enum {
+    kCFUserNotificationStopAlertLevel = 0,
+    kCFUserNotificationNoteAlertLevel = 1,
+    kCFUserNotificationCautionAlertLevel = 2,
+    kCFUserNotificationPlainAlertLevel = 3
+};
+
+SInt32 CFUserNotificationDisplayAlert(CFTimeInterval timeout, CFOptionFlags flags, CFURLRef iconURL, CFURLRef soundURL,
+                                      CFURLRef localizationURL, CFStringRef alertHeader, CFStringRef alertMessage,
+                                      CFStringRef defaultButtonTitle, CFStringRef alternateButtonTitle,
+                                      CFStringRef otherButtonTitle, CFOptionFlags* responseFlags);
+
+#ifdef __cplusplus
+}
+#endif
