@@ -1,10 +1,13 @@
 #include "HvTrayImpl.h"
 
+#include "HvFileReveal.h"
+#include "HvIssueCollector.h"
 #include "HvTrace.h"
 #include "HvTray.h"
 
 #include <QAction>
 #include <QMenu>
+#include <QMessageBox>
 #include <QSystemTrayIcon>
 
 #include <array>
@@ -78,7 +81,16 @@ void HvTray::setIcon(const QIcon& image, const QString& status)
 void HvTray::collectLogs()
 {
     HV_TRACE();
-    HV_LOG_INFO("Collecting logs is not available in this build");
+    // Synchronous by design: the item does not respond until the report is done.
+    const boost::filesystem::path report = Hv::IssueCollector::prepareReport();
+    if (report.empty()) {
+        QMessageBox alert(QMessageBox::Information, QStringLiteral("Halvo Softphone"),
+                          QStringLiteral("Error while preparing logs"), QMessageBox::Ok);
+        alert.setInformativeText(QStringLiteral("Unable to prepare Halvo softphone logs"));
+        alert.exec();
+        return;
+    }
+    Hv::Tray::revealFile(report);
 }
 
 namespace Hv::Tray {
