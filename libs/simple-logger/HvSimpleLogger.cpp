@@ -21,6 +21,7 @@
 #include <ctime>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace Hv {
 
@@ -29,6 +30,15 @@ namespace {
 std::atomic<bool> g_isInitialized{false};
 std::atomic<bool> g_isEnabled{true};
 boost::thread g_cleaningThread;
+
+// Handles of cancelled cleaning threads, never released. Cancelling skips boost's end-of-thread code,
+// so the thread's last step (boost's thread-specific-data cleanup) still reads the data that the
+// handle keeps alive; a handle released (detached, or destroyed at exit) before that frees it under it.
+std::vector<boost::thread>& cancelledThreads()
+{
+    static auto* threads = new std::vector<boost::thread>;
+    return *threads;
+}
 
 constexpr const char* LOG_FILE_TIME_FORMAT = "%Y-%m-%d_%H%M%S_UTC";
 constexpr const char* HEADER_TIME_FORMAT = "%Y-%m-%d %H:%M:%S %Z (%z)";
@@ -129,11 +139,11 @@ void SimpleLogger::destroy()
 {
     if (!g_isInitialized.exchange(false))
         return;
-    // The thread sleeps a day between passes: cancel it rather than wait. It is not detached either:
-    // cancelling skips boost's end-of-thread code, and its exit-time cleanup then needs the thread's
-    // data still alive, which this handle keeps.
-    if (g_cleaningThread.joinable())
+    // The thread sleeps a day between passes: cancel it rather than wait.
+    if (g_cleaningThread.joinable()) {
         pthread_cancel(g_cleaningThread.native_handle());
+        cancelledThreads().push_back(std::move(g_cleaningThread));
+    }
     logger();
     log4cplus::Logger::shutdown();
 }
