@@ -6,13 +6,13 @@
 # The load: HOLDERS processes holding CONNECTIONS loopback connections each (both ends, all on
 # 127.0.0.1) and IDLE sleeping processes. Everything it starts is stopped on exit.
 #
-# Usage: scripts/bench-report.sh [BUILD_DIR]   (default build-report; targets hv-report-bench
+# Usage: scripts/bench-report.sh [BUILD_DIR]   (default build/release; targets hv-report-bench
 #        and hv-loopback-load must be built). Environment: HOLDERS (200), CONNECTIONS (100),
 #        IDLE (3000), LOG_MB (200), RUNS (7).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-build=${1:-build-report}
+build=${1:-build/release}
 holders=${HOLDERS:-200}
 connections=${CONNECTIONS:-100}
 idle=${IDLE:-3000}
