@@ -4,6 +4,7 @@
 #include "HvNetwork.h"
 #include "HvProcNetTcp.h"
 
+#include "HvScopedDescriptor.h"
 #include "HvTrace.h"
 
 #include <dirent.h>
@@ -18,19 +19,6 @@
 namespace Hv::Network {
 
 namespace {
-
-// Closes a descriptor at the end of its scope, also when a predicate throws.
-struct ScopedDescriptor {
-    explicit ScopedDescriptor(int descriptor) : fd(descriptor) {}
-    ~ScopedDescriptor()
-    {
-        if (fd >= 0)
-            ::close(fd);
-    }
-    ScopedDescriptor(const ScopedDescriptor&) = delete;
-    ScopedDescriptor& operator=(const ScopedDescriptor&) = delete;
-    int fd;
-};
 
 // The whole table in one pass; a table that cannot be read is an empty one.
 ProcNetTcp::Table readTcpTable()

@@ -4,6 +4,7 @@
 #include "HvTaskList.h"
 #include "HvProcPidText.h"
 
+#include "HvScopedDescriptor.h"
 #include "HvTrace.h"
 
 #include <dirent.h>
@@ -23,18 +24,6 @@ namespace {
 
 const std::string UNKNOWN_TEXT = "<unknown>";
 const std::string ERROR_TEXT = "<error>";
-
-struct ScopedDescriptor {
-    explicit ScopedDescriptor(int descriptor) : fd(descriptor) {}
-    ~ScopedDescriptor()
-    {
-        if (fd >= 0)
-            ::close(fd);
-    }
-    ScopedDescriptor(const ScopedDescriptor&) = delete;
-    ScopedDescriptor& operator=(const ScopedDescriptor&) = delete;
-    int fd;
-};
 
 // Numeric entries of /proc, ascending.
 std::vector<uint32_t> listProcesses(int procFd)
