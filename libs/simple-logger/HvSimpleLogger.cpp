@@ -31,9 +31,9 @@ std::atomic<bool> g_isInitialized{false};
 std::atomic<bool> g_isEnabled{true};
 boost::thread g_cleaningThread;
 
-// Handles of cancelled cleaning threads, never released. Cancelling skips boost's end-of-thread code,
-// so the thread's last step (boost's thread-specific-data cleanup) still reads the data that the
-// handle keeps alive; a handle released (detached, or destroyed at exit) before that frees it under it.
+// Handles of cancelled cleaning threads, never released: the thread was joined behind boost's back,
+// so neither boost's join nor its detach (run by a handle's destructor) may touch it again, and
+// cancelling skipped boost's end-of-thread code that would release the thread's data.
 std::vector<boost::thread>& cancelledThreads()
 {
     static auto* threads = new std::vector<boost::thread>;
@@ -139,9 +139,13 @@ void SimpleLogger::destroy()
 {
     if (!g_isInitialized.exchange(false))
         return;
-    // The thread sleeps a day between passes: cancel it rather than wait.
+    // The thread sleeps a day between passes: cancel it rather than wait for the flag. Then wait
+    // for it to end (at once in its sleep, or after a pass under way), so that it never logs into
+    // log4cplus while the logger shuts down or the process exits.
     if (g_cleaningThread.joinable()) {
-        pthread_cancel(g_cleaningThread.native_handle());
+        const pthread_t handle = g_cleaningThread.native_handle();
+        pthread_cancel(handle);
+        pthread_join(handle, nullptr);
         cancelledThreads().push_back(std::move(g_cleaningThread));
     }
     logger();

@@ -54,9 +54,9 @@ void initializeLoggerOnce()
             setenv("HV_SOFTPHONE_LOG_DIR", folder, 1);
         }
         Hv::SimpleLogger::initialize("HalvoSoftphoneTest");
-        // The cleaning thread may still be in its first pass when a short test exits: keep it
-        // from logging into log4cplus while its statics are destroyed.
-        std::atexit([] { Hv::SimpleLogger::disable(); });
+        // The cleaning thread may still be in its first pass when a short test exits: stop it
+        // before log4cplus's statics are destroyed.
+        std::atexit([] { Hv::SimpleLogger::destroy(); });
         return true;
     }();
     (void)initialized;
