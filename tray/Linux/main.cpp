@@ -8,8 +8,12 @@
 #include <QApplication>
 #include <QTimer>
 
+#include <csignal>
+
 int main(int argc, char* argv[])
 {
+    // Once the parent is gone, a write to its end of a pipe must fail, not kill the tray.
+    std::signal(SIGPIPE, SIG_IGN);
     Hv::SimpleLogger::initialize("HalvoSoftphoneTray");
     HV_TRACE_FREE(argc, argv);
     {
