@@ -4,8 +4,11 @@
 // several socket calls whose bytes must not interleave with those of another transfer.
 // All calls and all completions belong to the one thread that runs the event loop.
 
+#include "HvRecyclingPool.h"
+
 #include <log4cplus/streams.h>
 
+#include <cstddef>
 #include <functional>
 #include <list>
 #include <memory>
@@ -67,7 +70,31 @@ public:
     bool isEnabled() const;
 
 private:
-    std::list<typename Operation::Shared> m_queue;
+    // The completion wrapper that push() stores in an operation: holds the operation weakly (the
+    // operation stores the wrapper) and the data strongly (the transfer writes into it until it
+    // completes, whatever happens to the queue). It lives in the recycling pool.
+    template <typename R, typename... ARGS>
+    class Completion {
+    public:
+        Completion(OperationQueue* queue, typename Operation::Weak weakOperation, SharedData data,
+                   std::function<R(ARGS...)> callback);
+
+        R operator()(ARGS... args);
+
+        static void* operator new(std::size_t size) { return Detail::RecyclingPool::allocate(size); }
+        static void operator delete(void* pointer, std::size_t size) { Detail::RecyclingPool::deallocate(pointer, size); }
+
+    private:
+        // Called once the transfer is over and the queue still exists.
+        void finish();
+
+        OperationQueue* m_owner;
+        typename Operation::Weak m_weakOperation;
+        SharedData m_data;
+        std::function<R(ARGS...)> m_callback;
+    };
+
+    std::list<typename Operation::Shared, Detail::RecyclingAllocator<typename Operation::Shared>> m_queue;
     typename Operation::Shared m_currentOperation;
     bool m_isEnabled;
 };

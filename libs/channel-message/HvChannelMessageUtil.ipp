@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <iterator>
 #include <string>
 #include <utility>
@@ -32,39 +33,55 @@ ChannelMessage::Channel parseChannel(Iterator first, Iterator last)
 }
 
 namespace Detail {
-// The body of a frame can be 64 MiB: copy it in one block when it lies in one buffer instead of
-// byte by byte through the buffer-sequence iterator.
-template <typename BufferSequence, typename Iterator>
-void assignBody(std::string& message, const BufferSequence& buffer, Iterator bodyBegin, Iterator end)
+
+// Splits an encoded message held in one block of memory; false when the bytes are no valid
+// encoding. The body is copied once, in one block.
+inline bool splitEncoding(const char* first, const char* last, ChannelMessage::Channel& channel, std::string& message)
 {
-    const auto first = boost::asio::buffer_sequence_begin(buffer);
-    const auto last = boost::asio::buffer_sequence_end(buffer);
-    if (first != last && std::next(first) == last) {
-        const boost::asio::const_buffer whole(*first);
-        const auto offset = static_cast<std::size_t>(bodyBegin - boost::asio::buffers_begin(buffer));
-        message.assign(static_cast<const char*>(whole.data()) + offset, whole.size() - offset);
-    } else {
-        message.assign(bodyBegin, end);
-    }
+    if (first == last)
+        return false;
+    const auto* separator = static_cast<const char*>(std::memchr(first, CHANNEL_SEPARATOR, static_cast<std::size_t>(last - first)));
+    if (separator == nullptr)
+        return false;
+    channel = parseChannel(first, separator);
+    message.assign(separator + 1, last);
+    return !channel.empty() && !message.empty();
 }
+
+template <typename Iterator>
+bool splitEncoding(Iterator first, Iterator last, ChannelMessage::Channel& channel, std::string& message)
+{
+    const Iterator separator = std::find(first, last, CHANNEL_SEPARATOR);
+    if (separator == last)
+        return false;
+    channel = parseChannel(first, separator);
+    message.assign(std::next(separator), last);
+    return !channel.empty() && !message.empty();
+}
+
 } // namespace Detail
 
 template <typename BufferSequence>
 ChannelMessage::Shared channelMessageFromBuffer(const BufferSequence& buffer)
 {
     HV_TRACE_FREE();
-    const auto begin = boost::asio::buffers_begin(buffer);
-    const auto end = boost::asio::buffers_end(buffer);
-
     ChannelMessage::Channel channel;
     std::string message;
-    const auto separator = std::find(begin, end, Detail::CHANNEL_SEPARATOR);
-    if (separator != end) {
-        channel = parseChannel(begin, separator);
-        Detail::assignBody(message, buffer, std::next(separator), end);
+    const auto firstBuffer = boost::asio::buffer_sequence_begin(buffer);
+    const auto lastBuffer = boost::asio::buffer_sequence_end(buffer);
+    // A frame's payload lies in one buffer: scan it as plain memory, not byte by byte through
+    // the buffer-sequence iterator.
+    bool isValid = false;
+    if (firstBuffer != lastBuffer && std::next(firstBuffer) == lastBuffer) {
+        const boost::asio::const_buffer whole(*firstBuffer);
+        const auto* bytes = static_cast<const char*>(whole.data());
+        isValid = Detail::splitEncoding(bytes, bytes + whole.size(), channel, message);
+    } else {
+        isValid = Detail::splitEncoding(boost::asio::buffers_begin(buffer), boost::asio::buffers_end(buffer), channel, message);
     }
-    if (channel.empty() || message.empty()) {
-        HV_LOG_WARN("Cannot parse buffer as channel message: " << std::string(begin, end));
+    if (!isValid) {
+        HV_LOG_WARN("Cannot parse buffer as channel message: "
+                    << std::string(boost::asio::buffers_begin(buffer), boost::asio::buffers_end(buffer)));
         return nullptr;
     }
     return std::make_shared<ChannelMessage>(std::move(channel), std::move(message));

@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -216,6 +217,72 @@ TEST_F(AppStreamTest, DuplexWritesFramesInCallOrderAndReportsWriteFailures)
     EXPECT_TRUE(duplex->areQueuesEnabled());
     duplex->disable();
     EXPECT_FALSE(duplex->areQueuesEnabled());
+}
+
+TEST_F(AppStreamTest, FramesAlreadyWaitingAreReadOnTheSpotInOrderButNeverInsideAsyncRead)
+{
+    constexpr int FRAMES = 100;
+    std::string burst;
+    for (int i = 0; i < FRAMES; ++i)
+        burst += frame(static_cast<std::uint32_t>(std::to_string(i).size()), std::to_string(i));
+    // The first half of one more frame: its length arrives now, its payload later.
+    burst += frame(6, "ab");
+    send(burst);
+
+    std::vector<std::string> received;
+    std::function<void()> readNext = [&] {
+        auto buffer = std::make_shared<AppStream::Buffer>();
+        m_out->asyncRead(buffer, [&, buffer] {
+            received.push_back(buffer->message());
+            readNext();
+        });
+    };
+    readNext();
+    EXPECT_TRUE(received.empty()) << "the data is there, yet the callback waits for the event loop";
+
+    int handlers = 0;
+    while (received.size() < FRAMES && handlers < 10 * FRAMES && m_io.run_one_for(std::chrono::seconds(5)) > 0)
+        ++handlers;
+    ASSERT_EQ(received.size(), static_cast<std::size_t>(FRAMES));
+    for (int i = 0; i < FRAMES; ++i)
+        EXPECT_EQ(received[i], std::to_string(i));
+    // Two steps a frame; most of them complete without a round trip through the event loop.
+    EXPECT_LT(handlers, FRAMES / 2);
+
+    send("cdef");
+    ASSERT_TRUE(runUntil([&] { return received.size() == FRAMES + 1; }));
+    EXPECT_EQ(received.back(), "abcdef");
+    EXPECT_EQ(m_capture.count(log4cplus::ERROR_LOG_LEVEL, ""), 0u);
+}
+
+TEST_F(AppStreamTest, LargeWritesThatFillTheSocketArriveWholeAndInOrder)
+{
+    Socket local(m_io);
+    Socket peer(m_io);
+    boost::asio::local::connect_pair(local, peer);
+    // A small send buffer makes the writes after the first one go out in parts.
+    local.set_option(boost::asio::socket_base::send_buffer_size(4096));
+    auto duplex = std::make_shared<AppStream::Duplex<Socket>>(std::move(local), "duplex");
+
+    constexpr std::size_t SIZE = 100000;
+    std::string expected;
+    int written = 0;
+    for (char fill : {'a', 'b', 'c', 'd'}) {
+        const std::vector<char> payload(SIZE, fill);
+        expected += frame(SIZE, std::string(payload.begin(), payload.end()));
+        duplex->asyncWrite(std::make_shared<AppStream::Buffer>(payload), [&written] { ++written; });
+    }
+    EXPECT_EQ(written, 0);
+
+    std::string received(expected.size(), '\0');
+    bool isRead = false;
+    boost::asio::async_read(peer, boost::asio::buffer(received), [&](const boost::system::error_code& error, std::size_t) {
+        EXPECT_FALSE(error);
+        isRead = true;
+    });
+    ASSERT_TRUE(runUntil([&] { return isRead && written == 4; }));
+    EXPECT_TRUE(received == expected);
+    EXPECT_EQ(m_capture.count(log4cplus::ERROR_LOG_LEVEL, ""), 0u);
 }
 
 TEST(StreamNameTest, WordsByType)

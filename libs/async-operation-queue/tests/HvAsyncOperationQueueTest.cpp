@@ -110,6 +110,52 @@ TEST_F(OperationQueueTest, SynchronousCompletionsStartTheNextOperationInsideTheC
     EXPECT_EQ(m_events, std::vector<std::string>({"start 1", "done 1 0", "start 2", "done 2 0"}));
 }
 
+TEST_F(OperationQueueTest, FinishedOperationLetsGoOfItsDataBeforeTheNextOneStarts)
+{
+    Queue queue;
+    auto first = chunk("a");
+    std::weak_ptr<Chunk> weakFirst = first;
+    Callback pending;
+    bool wasFirstReleased = false;
+    queue.perform(
+        std::move(first), [&](Queue::SharedData, Callback callback) { pending = std::move(callback); }, recordingCallback("1"));
+    queue.perform(
+        chunk("b"),
+        [&](Queue::SharedData, Callback callback) {
+            wasFirstReleased = weakFirst.expired();
+            callback(boost::system::error_code(), 2);
+        },
+        recordingCallback("2"));
+    // The transfer still holds its completion, yet the next transfer, which starts and ends
+    // inside this call, finds the first one's data gone.
+    pending(boost::system::error_code(), 1);
+    EXPECT_TRUE(wasFirstReleased);
+    EXPECT_EQ(m_events, std::vector<std::string>({"done 1 1", "done 2 2"}));
+}
+
+TEST(RecyclingPool, HandsFreedBlocksOutAgainBySize)
+{
+#ifdef HV_RECYCLING_POOL_DISABLED
+    GTEST_SKIP() << "the pool passes everything to the global allocator under AddressSanitizer";
+#else
+    using Pool = Hv::Async::Detail::RecyclingPool;
+    void* small = Pool::allocate(40);
+    void* other = Pool::allocate(100);
+    Pool::deallocate(small, 40);
+    Pool::deallocate(other, 100);
+    // Same bucket (33 to 48 bytes): the same block; another bucket: its own block.
+    EXPECT_EQ(Pool::allocate(48), small);
+    EXPECT_EQ(Pool::allocate(97), other);
+    Pool::deallocate(small, 48);
+    Pool::deallocate(other, 97);
+
+    // Beyond the largest bucket nothing is kept.
+    void* large = Pool::allocate(Pool::MAX_SIZE + 1);
+    ASSERT_NE(large, nullptr);
+    Pool::deallocate(large, Pool::MAX_SIZE + 1);
+#endif
+}
+
 TEST_F(OperationQueueTest, ClearDropsWaitingOperationsButNotTheRunningOne)
 {
     Queue queue;
