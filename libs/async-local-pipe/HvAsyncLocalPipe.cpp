@@ -7,6 +7,7 @@
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -236,6 +237,7 @@ Sender::In::Shared Sender::getAppStream()
         HV_LOG_WARN("Error " << error << " on connecting to named pipe in " << m_name);
         return nullptr;
     }
+    m_handle = socket.native_handle();
     return std::make_shared<In>(std::move(socket), m_name);
 }
 
@@ -305,6 +307,24 @@ void Sender::closeAppStream()
         return;
     m_in->close();
     m_in.reset();
+    m_handle = -1;
+}
+
+void Sender::shutdownSend(Callback onClosed)
+{
+    HV_TRACE(m_in);
+    if (!m_in)
+        return;
+    // The pending read of trackAppStreamError ends with the receiver's close; from now on that
+    // means "done", not "reconnect".
+    m_in->onError([weakSender = weak_from_this(), onClosed = std::move(onClosed)] {
+        if (const Shared sender = weakSender.lock())
+            sender->closeAppStream();
+        if (onClosed)
+            onClosed();
+    });
+    if (::shutdown(m_handle, SHUT_WR) != 0)
+        HV_LOG_WARN("Error " << std::strerror(errno) << " on shutting down named pipe in " << m_name);
 }
 
 void Sender::close()

@@ -90,6 +90,10 @@ public:
     bool isConnected() const;
     // Drops the connection, stops reconnecting and forgets the subscriber.
     void close();
+    // For a sender that is done: shuts the socket's sending side after the writes completed so
+    // far, so that the receiver reads to the end and closes; `onClosed` runs once it has (or the
+    // connection failed otherwise). No reconnection follows. Does nothing while not connected.
+    void shutdownSend(Callback onClosed);
 
     void connect();
     In::Shared getAppStream();
@@ -104,6 +108,8 @@ private:
     std::string m_name;
     Callback m_onConnected;
     In::Shared m_in;
+    // The socket inside m_in, for shutdownSend; valid while m_in is set.
+    Socket::native_handle_type m_handle = -1;
 };
 
 } // namespace Hv::Async::LocalPipe

@@ -53,6 +53,10 @@ ParseResult parseArguments(const std::vector<std::string>& arguments)
             options.help = true;
             return {options, ""};
         }
+        if (option == "--cycle") {
+            options.cycle = true;
+            continue;
+        }
         if (i + 1 >= arguments.size())
             return failure(option.rfind("--", 0) == 0 ? option + " needs a value" : "unknown argument " + option);
         const std::string& value = arguments[++i];
@@ -76,32 +80,51 @@ ParseResult parseArguments(const std::vector<std::string>& arguments)
                 return failure("--body must follow --channel");
             options.messages.push_back({*pendingChannel, value});
             pendingChannel.reset();
-        } else if (option == "--delay-ms" || option == "--timeout-ms") {
+        } else if (option == "--delay-ms" || option == "--timeout-ms" || option == "--stop-after-ms") {
             const auto milliseconds = parseMilliseconds(value);
-            if (!milliseconds || (option == "--timeout-ms" && *milliseconds == 0))
+            if (!milliseconds || (option != "--delay-ms" && *milliseconds == 0))
                 return failure("invalid " + option + " value: " + value);
-            (option == "--delay-ms" ? options.delay : options.timeout) = std::chrono::milliseconds(*milliseconds);
+            if (option == "--stop-after-ms")
+                options.stopAfter = std::chrono::milliseconds(*milliseconds);
+            else
+                (option == "--delay-ms" ? options.delay : options.timeout) = std::chrono::milliseconds(*milliseconds);
+        } else if (option == "--spawn") {
+            if (value.empty())
+                return failure("--spawn needs the program to start");
+            options.spawn = value;
         } else {
             return failure("unknown argument " + option);
         }
     }
     if (pendingChannel)
         return failure("--channel must be followed by --body");
-    if (options.messages.empty())
+    // A spawned child may just show its start-up state until stopped.
+    if (options.messages.empty() && !options.spawn)
         return failure("nothing to send: give --status or --channel with --body");
+    if (options.cycle && (options.messages.empty() || options.delay.count() == 0))
+        return failure("--cycle needs messages and a --delay-ms of at least 1");
+    if (options.stopAfter && !options.spawn && !options.cycle)
+        return failure("--stop-after-ms needs --spawn or --cycle");
     return {options, ""};
 }
 
 std::string usage()
 {
-    return "usage: hv-service-peer [--pipe NAME] MESSAGE... [--delay-ms N] [--timeout-ms N]\n"
+    return "usage: hv-service-peer [--spawn PROGRAM] [--pipe NAME] MESSAGE... [--cycle] [--delay-ms N]\n"
+           "                       [--stop-after-ms N] [--timeout-ms N]\n"
+           "  --spawn PROGRAM        start PROGRAM (the tray) as a child with a pipe on its standard\n"
+           "                         input, send to it, and end it by closing that pipe\n"
            "  --pipe NAME            local pipe to write to (default: tray)\n"
            "  --status STATE,ERROR   a service status, e.g. Connected,Success or Waiting,Socket\n"
            "  --channel A-B --body T a raw channel message\n"
+           "  --cycle                send the messages over and over (needs --delay-ms)\n"
            "  --delay-ms N           pause between messages (default: 0)\n"
-           "  --timeout-ms N         give up when the receiver does not take a message within N ms\n"
-           "                         (default: 5000)\n"
-           "Messages are sent in the order given; the program exits once all are written.\n";
+           "  --stop-after-ms N      stop N ms after the start (with --spawn or --cycle)\n"
+           "  --timeout-ms N         give up when the receiver does not take a message, or a child\n"
+           "                         does not end, within N ms (default: 5000)\n"
+           "Messages are sent in the order given over one connection; the program exits once the\n"
+           "receiver has read them all. With --spawn or --cycle it runs until --stop-after-ms or\n"
+           "SIGINT/SIGTERM, and its exit status is the child's (or 1 when sending failed).\n";
 }
 
 } // namespace Hv::ServicePeer

@@ -22,8 +22,15 @@ struct Options {
     // Sent in this order.
     std::vector<OutgoingMessage> messages;
     std::chrono::milliseconds delay{0};
-    // Longest wait for the receiver, and for each write after it.
+    // Longest wait for the receiver, for each write after it, for the receiver to finish
+    // reading, and for a spawned child to end.
     std::chrono::milliseconds timeout{5000};
+    // The parent role: the program started as a child with a pipe on its standard input.
+    std::optional<std::string> spawn;
+    // Send the messages again and again until stopped.
+    bool cycle = false;
+    // Stop this long after the start; otherwise a child or a cycle runs until SIGINT/SIGTERM.
+    std::optional<std::chrono::milliseconds> stopAfter;
     bool help = false;
 };
 

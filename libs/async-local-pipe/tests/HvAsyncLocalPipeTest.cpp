@@ -143,6 +143,67 @@ TEST_F(LocalPipeTest, PeerProcessMessagesArriveInOrderOnAPrivateSocket)
     EXPECT_TRUE(boost::filesystem::exists(m_path));
 }
 
+TEST_F(LocalPipeTest, ShutdownSendEndsOnceTheReceiverHasReadEverything)
+{
+    auto receiver = startReceiver();
+    auto sender = Sender::create(m_io, m_name);
+    ASSERT_TRUE(sender->isConnected());
+    int connections = 0;
+    sender->onConnected([&] { ++connections; });
+    std::size_t receivedWhenClosed = 0;
+    bool closed = false;
+    for (const char* body : {"1", "2", "3"})
+        sender->sendMessage(std::make_shared<Hv::ChannelMessage>(Hv::ChannelMessage::Channel{"n"}, body));
+    sender->sendMessage(std::make_shared<Hv::ChannelMessage>(Hv::ChannelMessage::Channel{"n"}, "4"), [&] {
+        sender->shutdownSend([&] {
+            closed = true;
+            receivedWhenClosed = m_received.size();
+        });
+    });
+    ASSERT_TRUE(runUntil(m_io, [&] { return closed; }));
+    EXPECT_EQ(receivedWhenClosed, 4u);
+    EXPECT_EQ(m_received, std::vector<std::string>({"n|1", "n|2", "n|3", "n|4"}));
+    // Done means done: no reconnection although the receiver listens again.
+    runFor(m_io, std::chrono::milliseconds(200));
+    EXPECT_FALSE(sender->isConnected());
+    EXPECT_EQ(connections, 0);
+    const int fd = connectRawWhenListening();
+    EXPECT_GE(fd, 0);
+    ::close(fd);
+    // Without a connection there is nothing to shut down and nothing to wait for.
+    sender->shutdownSend([&] { closed = false; });
+    runFor(m_io, std::chrono::milliseconds(50));
+    EXPECT_TRUE(closed);
+}
+
+TEST_F(LocalPipeTest, PeersInQuickSuccessionLoseNothing)
+{
+    auto receiver = startReceiver();
+    // Pumped now and then like the tray's timer: a peer that left before being accepted would
+    // leave the next one in the backlog of a listener about to close, and its message lost.
+    const auto pumpSlowlyUntil = [&](auto done) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        for (;;) {
+            ::usleep(30000);
+            if (done())
+                return true;
+            if (std::chrono::steady_clock::now() >= deadline)
+                return false;
+            m_io.restart();
+            m_io.poll();
+        }
+    };
+    std::vector<std::string> expected;
+    for (int i = 0; i < 8; ++i) {
+        Process peer(peerCommand({"--channel", "n", "--body", std::to_string(i)}));
+        ASSERT_TRUE(pumpSlowlyUntil([&] { return peer.poll().has_value(); }));
+        EXPECT_TRUE(peer.exitedWith(0));
+        expected.push_back("n|" + std::to_string(i));
+    }
+    runUntil(m_io, [&] { return m_received.size() >= expected.size(); }, std::chrono::seconds(1));
+    EXPECT_EQ(m_received, expected);
+}
+
 TEST_F(LocalPipeTest, PeerWithoutReceiverGivesUpWithAClearError)
 {
     Process peer(peerCommand({"--status", "Connected,Success", "--timeout-ms", "300"}));

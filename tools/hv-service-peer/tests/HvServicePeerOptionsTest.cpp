@@ -28,6 +28,30 @@ TEST(ServicePeerOptionsTest, BuildsMessagesInOrder)
     EXPECT_EQ(defaults.options->delay.count(), 0);
 }
 
+TEST(ServicePeerOptionsTest, ParentRole)
+{
+    const auto cycle = parseArguments({"--spawn", "/opt/HalvoSoftphoneTray", "--status", "Waiting,Success", "--cycle",
+                                       "--status", "Connected,Success", "--delay-ms", "1500", "--stop-after-ms", "9000"});
+    ASSERT_TRUE(cycle.options) << cycle.error;
+    EXPECT_EQ(cycle.options->spawn, "/opt/HalvoSoftphoneTray");
+    EXPECT_TRUE(cycle.options->cycle);
+    EXPECT_EQ(cycle.options->messages.size(), 2u);
+    EXPECT_EQ(cycle.options->delay.count(), 1500);
+    ASSERT_TRUE(cycle.options->stopAfter);
+    EXPECT_EQ(cycle.options->stopAfter->count(), 9000);
+
+    // A child alone just shows its start-up state until stopped.
+    const auto bare = parseArguments({"--spawn", "tray"});
+    ASSERT_TRUE(bare.options) << bare.error;
+    EXPECT_TRUE(bare.options->messages.empty());
+    EXPECT_FALSE(bare.options->cycle);
+    EXPECT_FALSE(bare.options->stopAfter);
+
+    const auto plain = parseArguments({"--status", "Connected,Success"});
+    EXPECT_FALSE(plain.options->spawn);
+    EXPECT_TRUE(parseArguments({"--status", "Connected,Success", "--cycle", "--delay-ms", "5", "--stop-after-ms", "50"}).options);
+}
+
 TEST(ServicePeerOptionsTest, RefusesBadArguments)
 {
     const std::vector<std::vector<std::string>> bad = {
@@ -46,6 +70,12 @@ TEST(ServicePeerOptionsTest, RefusesBadArguments)
         {"--status", "Connected,Success", "--pipe", "../x"},
         {"--status", "Connected,Success", "--frobnicate", "1"},
         {"--status"},
+        {"--status", "Connected,Success", "--cycle"},
+        {"--cycle", "--delay-ms", "10"},
+        {"--status", "Connected,Success", "--stop-after-ms", "100"},
+        {"--spawn", "/bin/tray", "--stop-after-ms", "0"},
+        {"--spawn", ""},
+        {"--spawn"},
     };
     for (const auto& arguments : bad) {
         const auto parsed = parseArguments(arguments);
