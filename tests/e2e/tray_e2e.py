@@ -201,25 +201,49 @@ def same_pixels(shown, expected):
     return True
 
 
+def tray_environment(root):
+    """Log, runtime, temporary and home folders of one tray under `root`, and the environment
+    naming them (a report from the menu leaves its container in the temporary folder)."""
+    logs = os.path.join(root, "logs")
+    runtime = os.path.join(root, "runtime")
+    temporary = os.path.join(root, "tmp")
+    for folder in (logs, runtime, temporary):
+        os.makedirs(folder, mode=0o700, exist_ok=True)
+    env = dict(os.environ)
+    env.update({
+        "HV_SOFTPHONE_LOG_DIR": logs,
+        "XDG_RUNTIME_DIR": runtime,
+        "TMPDIR": temporary,
+        "HOME": root,
+        "QT_QPA_PLATFORM": "xcb",
+    })
+    return logs, runtime, env
+
+
+def resident_kib(pid):
+    """VmRSS of the process in KiB."""
+    with open("/proc/%d/status" % pid) as f:
+        for line in f:
+            if line.startswith("VmRSS:"):
+                return int(line.split()[1])
+    raise AssertionError("no VmRSS for %d" % pid)
+
+
+def frame(payload):
+    return struct.pack("<I", len(payload)) + payload
+
+
 class Tray:
     """One tray process with its own log, runtime and home folders, its stdin held open."""
 
-    def __init__(self, root):
+    def __init__(self, root, start=True):
         self.root = root
-        self.logs = os.path.join(root, "logs")
-        self.runtime = os.path.join(root, "runtime")
-        for folder in (self.logs, self.runtime):
-            os.makedirs(folder, mode=0o700, exist_ok=True)
-        self.env = dict(os.environ)
-        self.env.update({
-            "HV_SOFTPHONE_LOG_DIR": self.logs,
-            "XDG_RUNTIME_DIR": self.runtime,
-            "HOME": root,
-            "QT_QPA_PLATFORM": "xcb",
-        })
+        self.logs, self.runtime, self.env = tray_environment(root)
         self.output = open(os.path.join(root, "output.txt"), "wb")
-        self.process = subprocess.Popen([ARGS.tray], stdin=subprocess.PIPE, stdout=self.output,
-                                        stderr=subprocess.STDOUT, env=self.env)
+        self.process = None
+        if start:
+            self.process = subprocess.Popen([ARGS.tray], stdin=subprocess.PIPE, stdout=self.output,
+                                            stderr=subprocess.STDOUT, env=self.env)
 
     def socket_path(self):
         return os.path.join(self.runtime, "halvophone-tray-local-channel")
@@ -270,7 +294,7 @@ class Tray:
             frames += struct.pack("<I", len(payload)) + payload
         self.write_frames(frames)
 
-    def write_frames(self, frames):
+    def write_frames(self, frames, timeout=5):
         """Writes the frames and waits until the receiver has read them and let go; a connection
         that was never accepted (refused, or reset from a closed backlog) is tried again."""
         deadline = time.monotonic() + 5
@@ -280,7 +304,7 @@ class Tray:
                     client.connect(self.socket_path())
                     client.sendall(frames)
                     client.shutdown(socket.SHUT_WR)
-                    client.settimeout(5)
+                    client.settimeout(timeout)
                     if client.recv(1) != b"":
                         raise AssertionError("the receiver wrote to its client")
                 return
@@ -290,11 +314,12 @@ class Tray:
                 pump(0.05)
 
     def stop(self):
-        if self.process.poll() is None:
-            self.process.kill()
-        self.process.wait()
-        if not self.process.stdin.closed:
-            self.process.stdin.close()
+        if self.process is not None:
+            if self.process.poll() is None:
+                self.process.kill()
+            self.process.wait()
+            if self.process.stdin and not self.process.stdin.closed:
+                self.process.stdin.close()
         self.output.close()
 
 
@@ -328,8 +353,8 @@ class TrayE2E(unittest.TestCase):
         result = getattr(getattr(self, "_outcome", None), "result", None)
         return len(result.failures) + len(result.errors) if result else 0
 
-    def start_tray(self):
-        tray = Tray(os.path.join(self.root, "tray%d" % len(self.trays)))
+    def start_tray(self, start=True):
+        tray = Tray(os.path.join(self.root, "tray%d" % len(self.trays)), start)
         self.trays.append(tray)
         return tray
 
@@ -495,6 +520,148 @@ class TrayE2E(unittest.TestCase):
             self.assertIsNone(tray.process.poll())
         finally:
             self.name = dbus.service.BusName(WATCHER_NAME, self.bus)
+
+    # The service's parent role, played by the stand-in.
+
+    def test_peer_spawns_the_tray_and_ends_it_by_closing_its_input(self):
+        if not ARGS.peer:
+            self.skipTest("needs the service peer tool")
+        tray = self.start_tray(start=False)
+        # A list: shown, then the tray is ended at the stop time.
+        peer = subprocess.Popen([ARGS.peer, "--spawn", ARGS.tray, "--status", "Connected,Success",
+                                 "--stop-after-ms", "2500"], env=tray.env, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, text=True)
+        item = self.item()
+        self.wait_for_tool_tip(item, FIRST_LINE + "Connected")
+        out, err = peer.communicate(timeout=10)
+        self.assertEqual(peer.returncode, 0, err)
+        self.assertRegex(out, r"HalvoSoftphoneTray \(pid \d+\) exited with status 0")
+        self.assertEqual(len(tray.log_lines("INFO", "parent process has stopped")), 1)
+
+        # A cycle until SIGTERM: the tray goes round the list more than once.
+        self.watcher.items = []
+        peer = subprocess.Popen([ARGS.peer, "--spawn", ARGS.tray, "--cycle", "--delay-ms", "200",
+                                 "--status", "Connected,Success", "--status", "Waiting,Socket"],
+                                env=tray.env, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        try:
+            item = self.item()
+            for second_line in ("Connected", "Error: Port busy", "Connected", "Error: Port busy"):
+                self.wait_for_tool_tip(item, FIRST_LINE + second_line)
+            self.assertIsNone(peer.poll())
+            peer.terminate()
+            out, err = peer.communicate(timeout=10)
+        finally:
+            if peer.poll() is None:
+                peer.kill()
+                peer.wait()
+        self.assertEqual(peer.returncode, 0, err)
+        self.assertRegex(out, r"exited with status 0")
+        # Ended through its input, not by the signal.
+        self.assertEqual(len(tray.log_lines("INFO", "parent process has stopped")), 2)
+        self.assertEqual(len(tray.log_lines("INFO", "tray application has been stopped")), 2)
+
+    # Bad input and faults: the tray keeps following the service.
+
+    def test_flood_of_frames_keeps_the_tray_responsive(self):
+        tray = self.start_tray()
+        item = self.item()
+        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
+        tray.send_frame("ServiceStatus", "ConnectionState:Connected,ErrorCode:Success")
+        self.wait_for_tool_tip(item, FIRST_LINE + "Connected")
+        before = resident_kib(tray.process.pid)
+        statuses = [b"ServiceStatus|ConnectionState:Waiting,ErrorCode:Socket",
+                    b"ServiceStatus|ConnectionState:Connected,ErrorCode:Success",
+                    b"ServiceStatus|ConnectionState:Waiting,ErrorCode:Validation"]
+        frames = []
+        for i in range(5000):
+            # Frames whose payload is no channel message, then valid statuses.
+            frames.append(frame(b"no channel message %d " % i + b"x" * (i % 64)))
+            frames.append(frame(statuses[i % 3]))
+        self.assertEqual(len(frames), 10000)
+        # The flood ends on a status other than the one before it.
+        frames[-1] = frame(statuses[0])
+        flood_started = time.monotonic()
+        tray.write_frames(b"".join(frames), timeout=90)
+        self.wait_for_tool_tip(item, FIRST_LINE + "Error: Port busy")
+        print("flood of 10000 frames handled in %.1f s" % (time.monotonic() - flood_started),
+              file=sys.stderr)
+        tray.send_frame("ServiceStatus", "ConnectionState:Waiting,ErrorCode:NoVDISession")
+        self.wait_for_tool_tip(item, FIRST_LINE + "Error: Unknown host")
+        self.assert_icon(item, "error")
+        after = resident_kib(tray.process.pid)
+        print("VmRSS before %d KiB, after %d KiB" % (before, after), file=sys.stderr)
+        self.assertLess(after - before, 16 * 1024)
+        self.assertIsNone(tray.process.poll())
+
+    def test_client_killed_inside_a_frame(self):
+        tray = self.start_tray()
+        item = self.item()
+        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
+        # The length promises 100 bytes; 14 come, then the client dies holding the connection.
+        client = subprocess.Popen([sys.executable, "-c", CLIENT_SCRIPT, tray.socket_path()],
+                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        try:
+            client.stdin.write(struct.pack("<I", 100) + b"ServiceStatus|")
+            client.stdin.close()
+            self.assertEqual(client.stdout.readline(), b"sent\n")
+            wait_for(lambda: "buffer->isLengthValid() = 1" in tray.log_text(), what="the frame's length read")
+        finally:
+            client.kill()
+            client.wait()
+        wait_for(lambda: tray.log_lines("ERROR", "Error while reading message in tray"),
+                 what="the read error")
+        tray.send_frame("ServiceStatus", "ConnectionState:Waiting,ErrorCode:Socket")
+        self.wait_for_tool_tip(item, FIRST_LINE + "Error: Port busy")
+        self.assertEqual(len(tray.log_lines("ERROR", "Error while reading message in tray")), 1)
+        self.assertIsNone(tray.process.poll())
+
+    def test_client_of_another_user_is_refused(self):
+        if os.geteuid() != 0 or not shutil.which("setpriv"):
+            self.skipTest("needs root and setpriv to run a client as another user")
+        tray = self.start_tray()
+        item = self.item()
+        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
+        wait_for(lambda: os.path.exists(tray.socket_path()), what="the socket")
+        # Loosen the file system protection so that only the peer check stands in the way.
+        for folder in (self.root, tray.root, tray.runtime):
+            os.chmod(folder, 0o755)
+        os.chmod(tray.socket_path(), 0o666)
+        client = subprocess.Popen(["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups",
+                                   sys.executable, "-c", CLIENT_SCRIPT, tray.socket_path(), "wait-for-end"],
+                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        client.stdin.write(frame(b"ServiceStatus|ConnectionState:Connected,ErrorCode:Success"))
+        out, err = client.communicate(timeout=10)
+        self.assertEqual(client.returncode, 0, err)
+        # The tray closed the connection without reading a frame.
+        self.assertEqual(out, b"sent\nclosed\n")
+        refusals = tray.log_lines("WARN", "Refused connection to named pipe in tray from user id")
+        self.assertEqual(len(refusals), 1, refusals)
+        tray.send_frame("ServiceStatus", "ConnectionState:Waiting,ErrorCode:Validation")
+        self.wait_for_tool_tip(item, FIRST_LINE + "Error: Invalid client connection")
+        self.assertNotIn("setConnectedStatus", tray.log_text())
+
+
+# A raw client: connects to argv[1], writes its standard input, says "sent"; with "wait-for-end"
+# it then waits for the other side to close and says "closed", otherwise it sleeps until killed.
+CLIENT_SCRIPT = """
+import socket, sys, time
+client = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+client.connect(sys.argv[1])
+try:
+    client.sendall(sys.stdin.buffer.read())
+except (BrokenPipeError, ConnectionResetError):
+    pass  # refused before the bytes were out
+print("sent", flush=True)
+if len(sys.argv) > 2:
+    client.settimeout(5)
+    try:
+        client.recv(1)
+    except ConnectionResetError:
+        pass
+    print("closed", flush=True)
+else:
+    time.sleep(60)
+"""
 
 
 def embedded_tray_window():
