@@ -590,7 +590,8 @@ class TrayE2E(unittest.TestCase):
         self.assert_icon(item, "error")
         after = resident_kib(tray.process.pid)
         print("VmRSS before %d KiB, after %d KiB" % (before, after), file=sys.stderr)
-        self.assertLess(after - before, 16 * 1024)
+        if not os.environ.get("HV_E2E_SANITIZED"):
+            self.assertLess(after - before, 16 * 1024)
         self.assertIsNone(tray.process.poll())
 
     def test_client_killed_inside_a_frame(self):
