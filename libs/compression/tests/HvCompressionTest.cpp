@@ -1,3 +1,4 @@
+#include "HvTestFiles.h"
 #include "HvCompression.h"
 
 #include "HvLogCapture.h"
@@ -15,32 +16,8 @@
 namespace {
 
 namespace fs = boost::filesystem;
-
-std::string readFile(const fs::path& path)
-{
-    std::ifstream file(path.string(), std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-void writeFile(const fs::path& path, const std::string& text)
-{
-    fs::create_directories(path.parent_path());
-    std::ofstream(path.string(), std::ios::binary) << text;
-}
-
-std::string run(const std::string& command)
-{
-    std::string output;
-    if (FILE* const pipe = popen(command.c_str(), "r")) {
-        char buffer[4096];
-        while (const std::size_t got = fread(buffer, 1, sizeof(buffer), pipe))
-            output.append(buffer, got);
-        pclose(pipe);
-    }
-    return output;
-}
+using Hv::Test::readFile;
+using Hv::Test::writeFile;
 
 class Compression : public ::testing::Test {
 protected:
@@ -63,7 +40,7 @@ TEST_F(Compression, PacksFolderUnderItsOwnNameAndListsIt)
     const fs::path archive = m_folder / "out archive.zip";
     ASSERT_TRUE(Hv::Compression::pack(m_folder / "report", archive));
 
-    const std::string listing = run("unzip -l '" + archive.string() + "'");
+    const std::string listing = Hv::Test::commandOutput("unzip -l '" + archive.string() + "'");
     EXPECT_NE(listing.find(" report/a.txt\n"), std::string::npos) << listing;
     EXPECT_NE(listing.find(" report/sub/b.bin\n"), std::string::npos) << listing;
     EXPECT_EQ(listing.find(m_folder.string() + "/report"), std::string::npos) << "entries must be relative";

@@ -1,3 +1,4 @@
+#include "HvTestFiles.h"
 #include "HvIssueCollector.h"
 
 #include <gtest/gtest.h>
@@ -24,20 +25,8 @@
 namespace {
 
 namespace fs = boost::filesystem;
-
-std::string readFile(const fs::path& path)
-{
-    std::ifstream file(path.string(), std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-void writeFile(const fs::path& path, const std::string& text)
-{
-    fs::create_directories(path.parent_path());
-    std::ofstream(path.string(), std::ios::binary) << text;
-}
+using Hv::Test::readFile;
+using Hv::Test::writeFile;
 
 std::string singleQuoted(const std::string& text)
 {
@@ -45,18 +34,6 @@ std::string singleQuoted(const std::string& text)
     for (const char c : text)
         quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
     return quoted + "'";
-}
-
-std::string run(const std::string& command)
-{
-    std::string output;
-    if (FILE* const pipe = popen(command.c_str(), "r")) {
-        char buffer[4096];
-        while (const std::size_t got = fread(buffer, 1, sizeof(buffer), pipe))
-            output.append(buffer, got);
-        pclose(pipe);
-    }
-    return output;
 }
 
 std::vector<fs::path> entries(const fs::path& folder)
@@ -194,13 +171,13 @@ TEST_F(ReportScenario, ArchivesLogsAndListingsIntoDownloads)
         << archive;
     ASSERT_TRUE(fs::is_regular_file(archive));
 
-    const std::string listing = run("unzip -l " + singleQuoted(archive.string()));
+    const std::string listing = Hv::Test::commandOutput("unzip -l " + singleQuoted(archive.string()));
     for (const char* entry : {" report/nestat\n", " report/tasklist\n", " report/logs/top.log\n",
                               " report/logs/HalvoSoftphone/old.gz\n",
                               " report/logs/HalvoSoftphone/2026-01-01_000000_UTC-130.264.0-1\n"})
         EXPECT_NE(listing.find(entry), std::string::npos) << entry << " missing in\n" << listing;
 
-    auto member = [&](const std::string& name) { return run("unzip -p " + singleQuoted(archive.string()) + " " + name); };
+    auto member = [&](const std::string& name) { return Hv::Test::commandOutput("unzip -p " + singleQuoted(archive.string()) + " " + name); };
     EXPECT_EQ(member("report/logs/top.log"), readFile(m_logs / "top.log"));
     EXPECT_EQ(member("report/logs/HalvoSoftphone/old.gz"), readFile(m_logs / "HalvoSoftphone" / "old.gz"));
     EXPECT_EQ(member("report/logs/HalvoSoftphone/2026-01-01_000000_UTC-130.264.0-1"), "first log\nline two\n");
