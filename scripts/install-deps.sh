@@ -4,11 +4,11 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build ccache pkg-config clang libclang-rt-14-dev
-  libboost-dev libboost-system-dev libboost-filesystem-dev libboost-thread-dev libboost-date-time-dev
+  libboost-dev libboost-system-dev libboost-filesystem-dev libboost-thread-dev libboost-chrono-dev libboost-date-time-dev
   liblog4cplus-dev zlib1g-dev libsystemd-dev qt6-base-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   zip unzip faketime util-linux iproute2 procps
-  xvfb xauth x11-apps x11-utils dbus dbus-x11 python3-dbus python3-gi trayer imagemagick
+  xvfb xauth x11-apps x11-utils dbus dbus-x11 python3-dbus python3-gi trayer imagemagick fonts-dejavu-core
 )
 
 missing=()
@@ -26,4 +26,4 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 echo "install-deps: installing ${missing[*]}"
 "${sudo[@]}" apt-get update -qq
-DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq "${missing[@]}"
