@@ -1,3 +1,4 @@
+#include "HvRunUntil.h"
 #include "HvAsyncAppStream.h"
 
 #include "HvLogCapture.h"
@@ -46,12 +47,7 @@ protected:
     template <typename Predicate>
     bool runUntil(Predicate done, std::chrono::milliseconds limit = std::chrono::seconds(5))
     {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
-        while (!done() && std::chrono::steady_clock::now() < deadline) {
-            m_io.restart();
-            m_io.run_for(std::chrono::milliseconds(10));
-        }
-        return done();
+        return Hv::Test::runUntil(m_io, std::move(done), limit);
     }
 
     void settle() { runUntil([] { return false; }, std::chrono::milliseconds(50)); }

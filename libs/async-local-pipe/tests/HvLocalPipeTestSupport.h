@@ -2,6 +2,8 @@
 
 // Processes and bounded event-loop runs for the local pipe tests.
 
+#include "HvRunUntil.h"
+
 #include <boost/asio/io_context.hpp>
 
 #include <signal.h>
@@ -17,22 +19,6 @@
 extern char** environ;
 
 namespace Hv::Test {
-
-// Runs the loop in short slices until done() or the limit; never sleeps blindly.
-template <typename Predicate>
-bool runUntil(boost::asio::io_context& ioContext, Predicate done, std::chrono::milliseconds limit = std::chrono::seconds(10))
-{
-    // done() is asked once per slice: it may have side effects (a connection attempt).
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (;;) {
-        if (done())
-            return true;
-        if (std::chrono::steady_clock::now() >= deadline)
-            return false;
-        ioContext.restart();
-        ioContext.run_one_for(std::chrono::milliseconds(5));
-    }
-}
 
 inline void runFor(boost::asio::io_context& ioContext, std::chrono::milliseconds duration)
 {

@@ -3,6 +3,7 @@
 
 #include "HvAsyncParentProcessPipe.h"
 #include "HvLogCapture.h"
+#include "HvRunUntil.h"
 
 #include <unistd.h>
 
@@ -19,19 +20,7 @@ void report(const std::string& text)
     (void)!::write(REPORT, text.data(), text.size());
 }
 
-template <typename Predicate>
-bool runUntil(boost::asio::io_context& ioContext, Predicate done, std::chrono::milliseconds limit)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (;;) {
-        if (done())
-            return true;
-        if (std::chrono::steady_clock::now() >= deadline)
-            return false;
-        ioContext.restart();
-        ioContext.run_one_for(std::chrono::milliseconds(5));
-    }
-}
+using Hv::Test::runUntil;
 
 } // namespace
 
