@@ -19,7 +19,6 @@ namespace Hv::Async::LocalPipe {
 namespace {
 
 using Endpoint = boost::asio::local::stream_protocol::endpoint;
-using Acceptor = boost::asio::local::stream_protocol::acceptor;
 
 } // namespace
 
@@ -40,6 +39,7 @@ Receiver::Shared Receiver::create(boost::asio::io_context& ioContext, const std:
 Receiver::Receiver(Token, boost::asio::io_context& ioContext, const std::string& name)
     : m_ioContext(ioContext)
     , m_name(name)
+    , m_listenTimer(ioContext)
 {
     const std::string& channel = name;
     HV_TRACE(channel);
@@ -66,6 +66,37 @@ void Receiver::asyncWaitConnection()
 {
     HV_TRACE();
     const boost::filesystem::path path = socketPath(m_name);
+    std::shared_ptr<Acceptor> acceptor;
+    try {
+        acceptor = listen(path);
+    } catch (const boost::system::system_error& failure) {
+        // Logged once while the reason lasts: the retries go on for as long as it does.
+        const std::string reason = failure.what();
+        if (reason != m_listenError) {
+            HV_LOG_ERROR("Unable to listen on named pipe in " << m_name << " at " << path << ": " << reason
+                         << "; trying again every second");
+        }
+        m_listenError = reason;
+        watchListening();
+        return;
+    }
+    if (!m_listenError.empty()) {
+        HV_LOG_INFO("Listening on named pipe in " << m_name << " again");
+        m_listenError.clear();
+    }
+    m_acceptor = acceptor;
+
+    // The handler holds the acceptor: the listening socket closes once one client is accepted.
+    auto socket = std::make_shared<Socket>(m_ioContext);
+    acceptor->async_accept(*socket, [weakReceiver = weak_from_this(), acceptor, socket](const boost::system::error_code& error) {
+        if (const Shared receiver = weakReceiver.lock())
+            receiver->onAccepted(error, *socket);
+    });
+    watchListening();
+}
+
+std::shared_ptr<Receiver::Acceptor> Receiver::listen(const boost::filesystem::path& path)
+{
     const Endpoint endpoint(path.string());
     // A socket file left by an earlier run would make bind fail.
     ::unlink(path.c_str());
@@ -77,13 +108,39 @@ void Receiver::asyncWaitConnection()
     // Before listen, so that no other user can connect in between.
     if (::chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0)
         HV_LOG_WARN("Error " << std::strerror(errno) << " on restricting named pipe in " << m_name);
+    struct stat bound{};
+    if (::stat(path.c_str(), &bound) == 0)
+        m_socketFile = {bound.st_dev, bound.st_ino};
     acceptor->listen();
+    return acceptor;
+}
 
-    // The handler holds the acceptor: the listening socket closes once one client is accepted.
-    auto socket = std::make_shared<Socket>(m_ioContext);
-    acceptor->async_accept(*socket, [weakReceiver = weak_from_this(), acceptor, socket](const boost::system::error_code& error) {
-        if (const Shared receiver = weakReceiver.lock())
-            receiver->onAccepted(error, *socket);
+void Receiver::watchListening()
+{
+    m_listenTimer.expires_after(std::chrono::seconds(1));
+    m_listenTimer.async_wait([weakReceiver = weak_from_this()](const boost::system::error_code& error) {
+        const Shared receiver = weakReceiver.lock();
+        if (!receiver || error)
+            return;
+        HV_TRACE_FREE(error);
+        if (!receiver->m_listenError.empty()) {
+            receiver->asyncWaitConnection();
+            return;
+        }
+        const std::shared_ptr<Acceptor> acceptor = receiver->m_acceptor.lock();
+        // A client is connected: there is no listener to watch until it goes.
+        if (!acceptor || !acceptor->is_open())
+            return;
+        const boost::filesystem::path path = socketPath(receiver->m_name);
+        struct stat current{};
+        if (::stat(path.c_str(), &current) == 0 && std::make_pair(current.st_dev, current.st_ino) == receiver->m_socketFile) {
+            receiver->watchListening();
+            return;
+        }
+        HV_LOG_WARN("The socket file of named pipe in " << receiver->m_name << " is gone; listening again");
+        // The pending accept ends with an error, which makes the receiver listen anew.
+        boost::system::error_code ignored;
+        acceptor->close(ignored);
     });
 }
 

@@ -10,12 +10,16 @@
 
 #include <boost/asio/deadline_timer.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/filesystem/path.hpp>
+
+#include <sys/types.h>
 
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace Hv::Async::LocalPipe {
 
@@ -34,7 +38,8 @@ public:
     using Out = AppStream::Out<Socket>;
     using Callback = std::function<void(const ChannelMessage::Shared&)>;
 
-    // Listens at once. Failing to listen throws boost::system::system_error naming the step.
+    // Listens at once. When listening fails (the socket folder is missing, say), the failure is
+    // logged at ERROR and listening is tried again every second until it works.
     static Shared create(boost::asio::io_context& ioContext, const std::string& name);
     Receiver(Token, boost::asio::io_context& ioContext, const std::string& name);
     ~Receiver();
@@ -45,7 +50,7 @@ public:
     // Drops the client and the subscriber; a pending accept stays.
     void close();
 
-    // Removes a stale socket file, listens and accepts one client.
+    // Removes a stale socket file, listens and accepts one client; on failure, tries again later.
     void asyncWaitConnection();
     // Starts reading the client, or listens again when there is none.
     void onConnected(Out::Shared out);
@@ -55,6 +60,13 @@ public:
     void closeAppStream();
 
 private:
+    using Acceptor = boost::asio::local::stream_protocol::acceptor;
+
+    // Binds and listens; throws boost::system::system_error naming the failing step.
+    std::shared_ptr<Acceptor> listen(const boost::filesystem::path& path);
+    // Every second: listens again after a failure, or, while listening, makes sure the socket
+    // file is still the one bound (a cleaner may remove the folder under a listening receiver).
+    void watchListening();
     void onAccepted(const boost::system::error_code& error, Socket& socket);
     // Only the receiver's own user may talk to it.
     bool isPeerAllowed(Socket& socket) const;
@@ -63,6 +75,13 @@ private:
     std::string m_name;
     Callback m_onMessage;
     Out::Shared m_out;
+    boost::asio::steady_timer m_listenTimer;
+    // The listener while no client is connected; its pending accept owns it.
+    std::weak_ptr<Acceptor> m_acceptor;
+    // Device and inode of the bound socket file, to notice it being removed or replaced.
+    std::pair<dev_t, ino_t> m_socketFile{};
+    // The reason of the last failed listen, so that a lasting failure is logged once.
+    std::string m_listenError;
 };
 
 class Sender : public std::enable_shared_from_this<Sender> {

@@ -3,6 +3,7 @@
 #include "HvChannelMessageUtil.h"
 #include "HvLocalPipeTestSupport.h"
 #include "HvLogCapture.h"
+#include "HvPlatform.h"
 
 #include <boost/filesystem/operations.hpp>
 
@@ -313,6 +314,46 @@ TEST_F(LocalPipeTest, OneClientAtATime)
     ASSERT_TRUE(runUntil(m_io, [&] { return !second->isConnected(); }));
     receiver = startReceiver();
     ASSERT_TRUE(runUntil(m_io, [&] { return connections == 2; }));
+}
+
+TEST_F(LocalPipeTest, ListensAgainOnceALostSocketFolderIsBack)
+{
+    // Without a runtime folder the socket lives in the temporary folder, which is fixed for the
+    // life of the process; a cleaner may still remove it.
+    unsetenv("XDG_RUNTIME_DIR");
+    setenv("TMPDIR", m_folder.c_str(), 1);
+    if (Hv::tempDirectory() != m_folder)
+        GTEST_SKIP() << "the temporary folder was fixed earlier in this process";
+    m_path = Hv::Async::LocalPipe::socketPath(m_name).string();
+
+    // Started before its folder exists: no exception, and one ERROR line however many retries.
+    boost::filesystem::remove_all(m_folder);
+    auto receiver = startReceiver();
+    runFor(m_io, std::chrono::milliseconds(2300));
+    EXPECT_EQ(m_capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to listen on named pipe in " + m_name), 1u);
+    EXPECT_EQ(m_capture.count(log4cplus::ERROR_LOG_LEVEL, "bind: No such file or directory"), 1u);
+
+    const auto serveOneClient = [&](const std::string& body) {
+        const int fd = connectRawWhenListening();
+        const std::size_t expected = m_received.size() + 1;
+        const bool served = fd >= 0 && writeAll(fd, frame(2 + body.size(), "a|" + body))
+            && runUntil(m_io, [&] { return m_received.size() == expected; });
+        const std::size_t ends = m_capture.count(log4cplus::ERROR_LOG_LEVEL, "Error in " + m_name);
+        ::close(fd);
+        // Its end of stream is handled, so the receiver listens again.
+        return served && runUntil(m_io, [&] { return m_capture.count(log4cplus::ERROR_LOG_LEVEL, "Error in " + m_name) > ends; });
+    };
+    boost::filesystem::create_directory(m_folder);
+    ASSERT_TRUE(serveOneClient("1"));
+
+    // Removed and made anew under a listening receiver: the old socket file is gone with it, and
+    // the receiver notices within a second instead of listening where nobody can reach it.
+    boost::filesystem::remove_all(m_folder);
+    boost::filesystem::create_directory(m_folder);
+    ASSERT_TRUE(serveOneClient("2"));
+    EXPECT_EQ(m_received, std::vector<std::string>({"a|1", "a|2"}));
+    EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, "is gone; listening again"), 1u);
+    EXPECT_EQ(m_capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to listen"), 1u);
 }
 
 TEST_F(LocalPipeTest, OtherUsersAreRefused)
