@@ -4,7 +4,11 @@
 #include <log4cplus/layout.h>
 #include <log4cplus/spi/loggingevent.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <chrono>
+#include <random>
 
 namespace {
 
@@ -98,6 +102,46 @@ TEST(DailyRollingFileAppender, UnopenablePackKeepsBackupsForTheNextPass)
     appender.compresslogs(false);
     EXPECT_EQ(joined(gzipMembers(scheduled + ".gz")), "one\n");
     EXPECT_FALSE(fs::exists(scheduled + ".3"));
+}
+
+TEST(DailyRollingFileAppender, FullDiskKeepsTheRolledTextUntilItIsPacked)
+{
+    TempFolder mountPoint;
+    const std::string folder = mountPoint.path.string();
+    if (std::system(("mount -t tmpfs -o size=128k tmpfs " + folder + " 2>/dev/null").c_str()) != 0)
+        GTEST_SKIP() << "cannot mount a small tmpfs here";
+    struct Unmount {
+        std::string folder;
+        ~Unmount() { (void)std::system(("umount " + folder).c_str()); }
+    } unmount{folder};
+
+    const std::string file = folder + "/run";
+    log4cplus::SharedAppenderPtr holder(new TestAppender(file, nullptr));
+    auto& appender = static_cast<TestAppender&>(*holder);
+    appender.postponeDayChange();
+    const std::string scheduled = appender.scheduled();
+    // Random bytes do not shrink, so packing them needs room the disk no longer has.
+    std::string text(40 * 1024, '\0');
+    std::mt19937 random(7);
+    for (char& c : text)
+        c = static_cast<char>(random());
+    write(scheduled + ".1", text);
+    const std::string filler = folder + "/filler";
+    const int fd = ::open(filler.c_str(), O_WRONLY | O_CREAT, 0600);
+    const std::string block(4096, 'f');
+    while (::write(fd, block.data(), block.size()) > 0) {
+    }
+    ::close(fd);
+
+    appender.compresslogs(false);
+    EXPECT_EQ(readFile(scheduled + ".2"), text); // shifted by the rollover, kept
+    EXPECT_TRUE(gzipMembers(scheduled + ".gz").empty()) << "a broken member was left in the pack";
+
+    fs::remove(filler);
+    appender.compresslogs(false);
+    EXPECT_EQ(joined(gzipMembers(scheduled + ".gz")), text);
+    EXPECT_FALSE(fs::exists(scheduled + ".3"));
+    appender.close();
 }
 
 } // namespace
