@@ -5,6 +5,8 @@
 #include <boost/system/error_code.hpp>
 #include <boost/system/system_error.hpp>
 
+#include <exception>
+
 namespace Hv {
 
 const std::uint32_t TrayIOService::TIMER_INTERVAL_MILLISECONDS = 100;
@@ -38,6 +40,17 @@ std::size_t TrayIOService::handleIoEvents()
         handled += ran;
     }
     return handled;
+}
+
+void TrayIOService::pump() noexcept
+{
+    try {
+        handleIoEvents();
+    } catch (const std::exception& error) {
+        HV_LOG_ERROR("Exception in an event handler: " << error.what());
+    } catch (...) {
+        HV_LOG_ERROR("Exception in an event handler: not a standard exception");
+    }
 }
 
 } // namespace Hv

@@ -26,6 +26,10 @@ public:
     // Runs ready handlers one by one, at most MAX_HANDLERS_PER_TICK, stopping at the first poll
     // that runs nothing; returns how many ran. An error of poll_one is thrown as system_error.
     std::size_t handleIoEvents();
+    // What the platform timer calls: handleIoEvents(), with any exception that a handler throws
+    // caught and logged at ERROR, so that the tray neither dies nor stops pumping; the handlers
+    // still waiting run on the next tick.
+    void pump() noexcept;
 
 private:
     boost::asio::io_context* m_ioContext;

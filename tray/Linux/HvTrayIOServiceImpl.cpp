@@ -1,3 +1,5 @@
+#include "HvTrayIOServiceImpl.h"
+
 #include "HvImmortalIOService.h"
 #include "HvSingleton.h"
 #include "HvTrayIOService.h"
@@ -8,22 +10,31 @@
 namespace Hv {
 
 namespace {
+
 void pumpSharedService()
 {
-    Util::Singleton<TrayIOService>::shared()->handleIoEvents();
+    Util::Singleton<TrayIOService>::shared()->pump();
 }
+
+// Made with the service, started by startPumping(); never stopped, it goes with the application.
+QTimer* g_pumpTimer = nullptr;
+
 } // namespace
 
-// The pump of the Qt shell: a repeating timer on the main thread, first tick as soon as the
-// event loop runs. It is never stopped; it goes with the application object.
 TrayIOService::TrayIOService()
     : TrayIOService(ImmortalIOService::get())
 {
-    auto* timer = new QTimer(QCoreApplication::instance());
-    timer->setInterval(static_cast<int>(TIMER_INTERVAL_MILLISECONDS));
-    QObject::connect(timer, &QTimer::timeout, &pumpSharedService);
-    QTimer::singleShot(0, &pumpSharedService);
-    timer->start();
+    g_pumpTimer = new QTimer(QCoreApplication::instance());
+    g_pumpTimer->setInterval(static_cast<int>(TIMER_INTERVAL_MILLISECONDS));
+    QObject::connect(g_pumpTimer, &QTimer::timeout, &pumpSharedService);
+}
+
+void startPumping()
+{
+    if (g_pumpTimer == nullptr || g_pumpTimer->isActive())
+        return;
+    g_pumpTimer->start();
+    pumpSharedService();
 }
 
 } // namespace Hv

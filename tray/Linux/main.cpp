@@ -4,6 +4,7 @@
 #include "HvSingleton.h"
 #include "HvTrace.h"
 #include "HvTrayIOService.h"
+#include "HvTrayIOServiceImpl.h"
 
 #include <QApplication>
 #include <QTimer>
@@ -18,13 +19,20 @@ int main(int argc, char* argv[])
     HV_TRACE_FREE(argc, argv);
     {
         QApplication application(argc, argv);
+        // What panels list the item as. Qt's StatusNotifierItem takes both its Title and its Id
+        // from this name, so the Id is this same text, the same in every run.
+        QApplication::setApplicationName(QStringLiteral("Halvo Softphone"));
         // The item's menu is the only window the application ever shows.
         QApplication::setQuitOnLastWindowClosed(false);
 
         std::unique_ptr<HvAppDelegate> delegate = HvAppDelegate::create();
         QObject::connect(&application, &QCoreApplication::aboutToQuit, delegate.get(),
                          [&delegate] { delegate->applicationWillTerminate(); });
-        QTimer::singleShot(0, delegate.get(), [&delegate] { delegate->applicationDidFinishLaunching(); });
+        // As on macOS, launching finishes before the run loop's timer pumps the event loop.
+        QTimer::singleShot(0, delegate.get(), [&delegate] {
+            delegate->applicationDidFinishLaunching();
+            Hv::startPumping();
+        });
 
         Hv::ServiceMonitor monitor(Hv::Util::Singleton<Hv::TrayIOService>::shared()->ioExecutor(),
                                    [] { QCoreApplication::quit(); });

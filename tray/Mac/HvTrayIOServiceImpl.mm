@@ -10,7 +10,7 @@ namespace Hv {
 namespace {
 void pumpSharedService(CFRunLoopTimerRef, void*)
 {
-    Util::Singleton<TrayIOService>::shared()->handleIoEvents();
+    Util::Singleton<TrayIOService>::shared()->pump();
 }
 } // namespace
 

@@ -1,5 +1,8 @@
 #include "HvImmortalIOService.h"
+#include "HvLogCapture.h"
+#include "HvPresentationRecorder.h"
 #include "HvSingleton.h"
+#include "HvStatusMessageHandler.h"
 #include "HvTrayIOService.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +11,7 @@
 #include <boost/asio/steady_timer.hpp>
 
 #include <chrono>
+#include <stdexcept>
 
 namespace {
 
@@ -49,6 +53,27 @@ TEST(TrayIOServiceTest, StopsAtTheFirstPollThatRunsNothing)
     later.cancel();
     EXPECT_EQ(service.handleIoEvents(), 1u);
     EXPECT_TRUE(fired);
+}
+
+TEST(TrayIOServiceTest, PumpLogsWhatAHandlerThrowsAndGoesOn)
+{
+    Hv::Test::LogCapture capture;
+    Hv::Test::shownPresentations().clear();
+    boost::asio::io_context context;
+    Hv::TrayIOService service(context);
+    boost::asio::post(context, [] { throw std::runtime_error("bind: No such file or directory"); });
+    boost::asio::post(context, [] { throw 42; });
+    boost::asio::post(context, [] {
+        Hv::Tray::handleStatusMessage(std::make_shared<Hv::ChannelMessage>(
+            Hv::ChannelMessage::Channel{"ServiceStatus"}, "ConnectionState:Connected,ErrorCode:Success"));
+    });
+    for (int tick = 0; tick < 5 && Hv::Test::shownPresentations().empty(); ++tick)
+        service.pump();
+    ASSERT_EQ(Hv::Test::shownPresentations().size(), 1u);
+    EXPECT_EQ(Hv::Test::shownPresentations()[0].icon, Hv::Tray::Icon::Connected);
+    EXPECT_EQ(capture.messages(log4cplus::ERROR_LOG_LEVEL),
+              (std::vector<std::string>{"Exception in an event handler: bind: No such file or directory",
+                                        "Exception in an event handler: not a standard exception"}));
 }
 
 TEST(TrayIOServiceTest, ImmortalContextIsOneObject)
