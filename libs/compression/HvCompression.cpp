@@ -6,8 +6,8 @@
 #include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
 
-#include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace Hv::Compression {
 
@@ -23,22 +23,40 @@ std::string unzipCmd()
     return "unzip";
 }
 
-// True when every path may go between plain double quotes on a shell line.
-bool shellSafe(std::initializer_list<const boost::filesystem::path*> paths)
-{
-    for (const boost::filesystem::path* path : paths) {
-        if (path->string().find_first_of("\"$`\\") != std::string::npos) {
-            HV_LOG_ERROR(LOG4CPLUS_TEXT("Refusing a path with a shell special character: ") << *path);
-            return false;
-        }
-    }
-    return true;
-}
+// A tool's argument vector, and the same command as one would type it on a shell line for the
+// log (paths between double quotes, the characters the shell reads there escaped).
+struct Command {
+    std::vector<std::string> arguments;
+    std::string text;
 
-std::string quoted(const boost::filesystem::path& path)
-{
-    return "\"" + path.string() + "\"";
-}
+    explicit Command(const std::string& tool)
+        : arguments{tool}
+        , text(tool)
+    {
+    }
+    Command& option(const std::string& value)
+    {
+        arguments.push_back(value);
+        text += " " + value;
+        return *this;
+    }
+    Command& path(const boost::filesystem::path& value)
+    {
+        arguments.push_back(value.string());
+        text += " \"";
+        for (char c : value.string()) {
+            if (c == '"' || c == '$' || c == '`' || c == '\\')
+                text += '\\';
+            text += c;
+        }
+        text += '"';
+        return *this;
+    }
+    int run(const boost::filesystem::path& outputFile, const boost::filesystem::path& workingDirectory) const
+    {
+        return runProgram(arguments, outputFile, workingDirectory);
+    }
+};
 
 } // namespace
 
@@ -46,15 +64,14 @@ bool pack(const boost::filesystem::path& source, const boost::filesystem::path& 
 {
     HV_TRACE_FREE(source, target);
 
+    // The archive path as given, the folder by its name from its parent, so that the entries
+    // start with the folder's name.
     const boost::filesystem::path workingDirectory = source.parent_path();
-    const boost::filesystem::path name = source.filename();
-    if (!shellSafe({&source, &target}))
-        return false;
-
-    const std::string command = zipCmd() + " -q -r " + quoted(target) + " " + quoted(name);
-    const int status = runCommand(command, boost::filesystem::path(), workingDirectory);
+    Command command(zipCmd());
+    command.option("-q").option("-r").path(target).path(source.filename());
+    const int status = command.run(boost::filesystem::path(), workingDirectory);
     if (status != 0) {
-        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to pack folder: ") << source << LOG4CPLUS_TEXT(", cmd: ") << command
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to pack folder: ") << source << LOG4CPLUS_TEXT(", cmd: ") << command.text
                      << LOG4CPLUS_TEXT(", error=") << status);
     }
     return status == 0;
@@ -66,8 +83,6 @@ bool unpack(const boost::filesystem::path& package, const boost::filesystem::pat
 
     const boost::filesystem::path temporary = tempDirectory() / uniqueName();
     HV_LOG_DEBUG(LOG4CPLUS_TEXT("Temporary folder: ") << temporary);
-    if (!shellSafe({&package, &temporary}))
-        return false;
 
     boost::system::error_code error;
     boost::filesystem::create_directory(temporary, error);
@@ -77,9 +92,10 @@ bool unpack(const boost::filesystem::path& package, const boost::filesystem::pat
     }
 
     bool result = false;
-    const std::string command = unzipCmd() + " -q -o -d " + quoted(temporary) + " " + quoted(package);
-    if (runCommand(command, boost::filesystem::path(), boost::filesystem::path()) != 0) {
-        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to unpack archive: ") << package << LOG4CPLUS_TEXT(", cmd: ") << command);
+    Command command(unzipCmd());
+    command.option("-q").option("-o").option("-d").path(temporary).path(package);
+    if (command.run(boost::filesystem::path(), boost::filesystem::path()) != 0) {
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to unpack archive: ") << package << LOG4CPLUS_TEXT(", cmd: ") << command.text);
     } else {
         boost::filesystem::create_directories(target, error);
         if (error) {
@@ -107,14 +123,12 @@ bool listContent(const boost::filesystem::path& package, const boost::filesystem
 {
     HV_TRACE_FREE(package, target);
 
-    if (!shellSafe({&package, &target}))
-        return false;
-
-    const std::string command = unzipCmd() + " -l " + quoted(package);
-    const int status = runCommand(command, target, boost::filesystem::path());
+    Command command(unzipCmd());
+    command.option("-l").path(package);
+    const int status = command.run(target, boost::filesystem::path());
     if (status != 0) {
         HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to list content of archive: ") << package << LOG4CPLUS_TEXT(", cmd: ")
-                     << command);
+                     << command.text);
     }
     return status == 0;
 }

@@ -2,9 +2,8 @@
 
 #include <boost/filesystem/path.hpp>
 
-// ZIP archives through the system's zip and unzip tools, run by the shell. Paths holding a
-// double quote, '$', '`' or '\' are refused (an ERROR line and false): they would be read by
-// the shell inside the double quotes the command puts around them.
+// ZIP archives through the system's zip and unzip tools, started with their arguments as they
+// are (no shell), so paths may hold any character. Failures are an ERROR line and false.
 namespace Hv::Compression {
 
 // Packs the folder recursively; the archive's entries start with the folder's own name.

@@ -83,14 +83,6 @@ boost::filesystem::path prepareReport()
     const boost::filesystem::path container = tempDirectory() / uniqueName();
     HV_LOG_DEBUG(LOG4CPLUS_TEXT("Temporary folder: ") << container);
 
-    // zip gets the archive path between double quotes on a shell line.
-    const boost::filesystem::path& downloads = downloadsDirectory();
-    if (downloads.string().find_first_of("\"$`") != std::string::npos) {
-        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to use download folder ") << downloads
-                     << LOG4CPLUS_TEXT(": its path holds a shell special character"));
-        return {};
-    }
-
     const boost::filesystem::path report = container / REPORT_FOLDER;
     const boost::filesystem::path logs = report / LOGS_FOLDER;
     if (!createFolder(container) || !createFolder(report) || !createFolder(logs))
@@ -113,12 +105,20 @@ boost::filesystem::path prepareReport()
     }
 
     HV_LOG_DEBUG(LOG4CPLUS_TEXT("Compressing debug files"));
+    // A fresh account may not have its download folder yet; browsers make it, and so do we.
+    const boost::filesystem::path& downloads = downloadsDirectory();
+    boost::system::error_code error;
+    boost::filesystem::create_directories(downloads, error);
+    if (error) {
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to create download folder ") << downloads << LOG4CPLUS_TEXT(", error: ")
+                     << error.message());
+        return {};
+    }
     const boost::filesystem::path archive = downloads / archiveName();
     if (!Compression::pack(report, archive))
         return {};
 
     // The container stays, empty, in the temporary folder.
-    boost::system::error_code error;
     boost::filesystem::remove_all(report, error);
     if (error) {
         HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to remove container folder ") << report << LOG4CPLUS_TEXT(", error: ")

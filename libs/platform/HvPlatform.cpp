@@ -6,13 +6,21 @@
 #include <boost/filesystem/operations.hpp>
 
 #include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <regex>
 #include <sstream>
+
+// Not declared by every C library's headers.
+extern char** environ;
 
 namespace fs = boost::filesystem;
 
@@ -280,6 +288,49 @@ int runCommand(const std::string& command, const fs::path& outputFile, const fs:
 {
     HV_TRACE_FREE(command, outputFile, workingDirectory);
     return std::system(PlatformDetail::commandLine(command, outputFile, workingDirectory).c_str());
+}
+
+int runProgram(const std::vector<std::string>& arguments, const fs::path& outputFile, const fs::path& workingDirectory)
+{
+    HV_TRACE_FREE(arguments, outputFile, workingDirectory);
+    const int CANNOT_START = 127;
+    if (arguments.empty())
+        return CANNOT_START;
+    std::vector<char*> argv;
+    for (const std::string& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (!workingDirectory.empty())
+        posix_spawn_file_actions_addchdir_np(&actions, workingDirectory.c_str());
+    // Without a file the tool's output goes to standard error: a child process's standard output
+    // may be a framed stream that its parent reads.
+    if (!outputFile.empty())
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    else
+        posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
+    pid_t child = -1;
+    const int error = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0) {
+        // A failed change of directory shows here too, so the folder is named.
+        const std::string where = workingDirectory.empty() ? std::string("the current folder") : workingDirectory.string();
+        HV_LOG_ERROR("Unable to start " << arguments[0] << " in " << where << ": " << std::strerror(error));
+        return CANNOT_START;
+    }
+
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR) {
+            HV_LOG_ERROR("Unable to wait for " << arguments[0] << ": " << std::strerror(errno));
+            return CANNOT_START;
+        }
+    }
+    if (WIFSIGNALED(status))
+        return 128 + WTERMSIG(status);
+    return WEXITSTATUS(status);
 }
 
 bool copyDirectory(fs::path from, fs::path to)

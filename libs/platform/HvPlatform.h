@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace Hv {
 
@@ -42,6 +43,12 @@ std::string processOwner(uint32_t pid);
 bool isSystemSessionActive();
 // Runs `cd "<workingDirectory>"; <command> > "<outputFile>"` through system(); returns its status.
 int runCommand(const std::string& command, const boost::filesystem::path& outputFile,
+               const boost::filesystem::path& workingDirectory);
+// Runs a program found through PATH with exactly these arguments (the first names the program;
+// no shell reads them, so any character is fine), standard output into `outputFile` (else into
+// standard error) and in `workingDirectory` when they are given, and waits for it. Returns its exit status, 128 plus
+// the signal number when a signal ended it, or 127 when it could not be started (logged).
+int runProgram(const std::vector<std::string>& arguments, const boost::filesystem::path& outputFile,
                const boost::filesystem::path& workingDirectory);
 // Copies the entries of `from` into the existing folder `to`; stops at the first failure.
 bool copyDirectory(boost::filesystem::path from, boost::filesystem::path to);
