@@ -8,7 +8,7 @@ packages=(
   liblog4cplus-dev zlib1g-dev libsystemd-dev qt6-base-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   zip unzip faketime util-linux iproute2 procps
-  xvfb xauth x11-apps x11-utils dbus dbus-x11 python3-dbus python3-gi trayer imagemagick fonts-dejavu-core
+  xvfb xauth x11-apps x11-utils xdotool dbus dbus-x11 python3-dbus python3-gi trayer imagemagick fonts-dejavu-core
 )
 
 missing=()

@@ -6,6 +6,7 @@
 #include "HvTray.h"
 
 #include <QAction>
+#include <QCursor>
 #include <QMenu>
 #include <QMessageBox>
 #include <QSystemTrayIcon>
@@ -57,6 +58,12 @@ HvTray::HvTray()
     QAction* action = m_menu->addAction(QStringLiteral("Collect logs into a ZIP file"));
     QObject::connect(action, &QAction::triggered, this, [this] { collectLogs(); });
     m_statusBarItem->setContextMenu(m_menu);
+    // The item has nothing but its menu, so a left click opens it too, as a click does on macOS;
+    // the right click is the panel's (or the XEmbed tray's) own.
+    QObject::connect(m_statusBarItem, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger)
+            m_menu->popup(QCursor::pos());
+    });
 }
 
 HvTray* HvTray::instance()
