@@ -9,5 +9,5 @@ scripts/install-deps.sh
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ >/dev/null
 cmake --build build/release --target HalvoSoftphoneTray -j "$(nproc)" >/dev/null
-xvfb-run -a -s "-screen 0 800x600x24" dbus-run-session -- /usr/bin/python3 tests/e2e/tray_bench.py \
+xvfb-run -a -s "-screen 0 800x600x24" dbus-run-session --config-file=tests/e2e/session-bus.conf -- /usr/bin/python3 tests/e2e/tray_bench.py \
   --tray build/release/tray/HalvoSoftphoneTray "$@" 2> >(grep -v 'Failed to set fd limit' >&2)

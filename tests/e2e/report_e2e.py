@@ -33,6 +33,8 @@ FILE_MANAGER_PATH = "/org/freedesktop/FileManager1"
 ARCHIVE_NAME = re.compile(r"^halvo-softphone-report-(\d{4}-\d\d-\d\d_\d{6})_UTC-130\.264\.0\.zip$")
 DOWNLOADS = "My Downloads"
 
+NOTIFICATIONS_NAME = "org.freedesktop.Notifications"
+NOTIFICATIONS_PATH = "/org/freedesktop/Notifications"
 A11Y_BUS_NAME = "org.a11y.Bus"
 A11Y_BUS_PATH = "/org/a11y/bus"
 ATSPI_ROOT = "/org/a11y/atspi/accessible/root"
@@ -58,6 +60,27 @@ class FileManager(dbus.service.Object):
     @dbus.service.method(FILE_MANAGER_NAME, in_signature="ass")
     def ShowItems(self, uris, startup_id):
         self.calls.append(([str(u) for u in uris], str(startup_id)))
+
+
+class Notifications(dbus.service.Object):
+    """A desktop notification service that writes down what it is asked to show."""
+
+    def __init__(self, bus):
+        super().__init__(bus, NOTIFICATIONS_PATH)
+        self.calls = []
+
+    @dbus.service.method(NOTIFICATIONS_NAME, in_signature="susssasa{sv}i", out_signature="u")
+    def Notify(self, app_name, replaces_id, app_icon, summary, body, actions, hints, timeout):
+        self.calls.append((str(summary), str(body)))
+        return dbus.UInt32(len(self.calls))
+
+    @dbus.service.method(NOTIFICATIONS_NAME, out_signature="as")
+    def GetCapabilities(self):
+        return ["body"]
+
+    @dbus.service.method(NOTIFICATIONS_NAME, out_signature="ssss")
+    def GetServerInformation(self):
+        return ("test", "test", "1", "1.2")
 
 
 class AccessibilityBus(dbus.service.Object):
@@ -86,6 +109,7 @@ class ReportE2E(harness.TrayE2E):
     def setUpClass(cls):
         super().setUpClass()
         cls.file_manager = FileManager(cls.bus)
+        cls.notifications = Notifications(cls.bus)
         cls.a11y_name = dbus.service.BusName(A11Y_BUS_NAME, cls.bus)
         cls.a11y_bus = AccessibilityBus(cls.bus)
 
@@ -93,11 +117,14 @@ class ReportE2E(harness.TrayE2E):
         super().setUp()
         self.file_manager.calls = []
         self.file_manager_name = None
+        self.notifications.calls = []
+        self.notifications_name = None
 
     def tearDown(self):
         # The last reference goes: the name is released (dbus-python caches BusName objects, so a
         # release by hand would leave a stale one for the next test).
         self.file_manager_name = None
+        self.notifications_name = None
         super().tearDown()
 
     def serve_file_manager(self):
@@ -213,7 +240,7 @@ class ReportE2E(harness.TrayE2E):
         # Its parent is a regular file, so not even root can create or write into it.
         with open(os.path.join(tray.root, "blocker"), "w") as f:
             f.write("not a folder\n")
-        self.assert_alert_path(tray)
+        self.assert_alert_path(tray, "Unable to create download folder")
 
     def test_missing_zip_shows_the_alert(self):
         self.serve_file_manager()
@@ -223,16 +250,16 @@ class ReportE2E(harness.TrayE2E):
             os.symlink(shutil.which(tool), os.path.join(bin_folder, tool))
         tray = self.start_report_tray(DOWNLOADS, path=bin_folder)
         os.makedirs(os.path.join(tray.root, DOWNLOADS))
-        self.assert_alert_path(tray)
+        self.assert_alert_path(tray, "Unable to pack folder")
         self.assertEqual(os.listdir(os.path.join(tray.root, DOWNLOADS)), [])
 
-    def assert_alert_path(self, tray):
+    def assert_alert_path(self, tray, error):
         item = self.click_collect_logs()
         alert = wait_for(lambda: alert_window(tray), timeout=30, what="the alert")
         texts = wait_for(lambda: accessible_texts(self.bus), timeout=10, what="the alert's texts")
         self.assertIn("Error while preparing logs", texts)
         self.assertIn("Unable to prepare Halvo softphone logs", texts)
-        self.assertEqual(len(tray.log_lines("ERROR", "Unable to pack folder")), 1)
+        self.assertEqual(len(tray.log_lines("ERROR", error)), 1)
 
         self.assertTrue(press_button(self.bus, "OK"))
         wait_for(lambda: alert_window(tray) != alert, what="the alert to close")
@@ -264,6 +291,47 @@ class ReportE2E(harness.TrayE2E):
             self.assertEqual(f.read(), "file://" + urllib.parse.quote(downloads, safe="/") + "\n")
         self.assertEqual(len(tray.log_lines("WARN", "No file manager shows the report")), 1)
         self.assertEqual(len(os.listdir(downloads)), 1)
+
+
+    def test_without_file_manager_and_folder_opener_the_user_is_told_where_it_is(self):
+        # An opener that cannot open anything, as on a desktop without a default handler.
+        bin_folder = os.path.join(self.root, "bin")
+        os.makedirs(bin_folder)
+        opener = os.path.join(bin_folder, "xdg-open")
+        with open(opener, "w") as f:
+            f.write("#!/bin/sh\nexit 3\n")
+        os.chmod(opener, 0o755)
+        self.notifications_name = dbus.service.BusName(NOTIFICATIONS_NAME, self.bus)
+        tray = self.start_report_tray(DOWNLOADS, path=bin_folder + os.pathsep + os.environ["PATH"])
+        self.click_collect_logs()
+        wait_for(lambda: self.notifications.calls, timeout=30, what="the notification")
+        archive = self.only_archive(tray)
+        self.assertEqual(self.notifications.calls, [("Logs saved to", archive)])
+        self.assertEqual(len(tray.log_lines("WARN", "Unable to open folder")), 1)
+
+    def test_without_any_of_them_a_box_names_the_archive(self):
+        # No file manager, no folder opener on PATH, no notification service.
+        bin_folder = os.path.join(self.root, "bin")
+        os.makedirs(bin_folder)
+        os.symlink(shutil.which("zip"), os.path.join(bin_folder, "zip"))
+        tray = self.start_report_tray(DOWNLOADS, path=bin_folder)
+        item = self.click_collect_logs()
+        texts = wait_for(lambda: "Logs saved to" in accessible_texts(self.bus) and accessible_texts(self.bus),
+                         timeout=30, what="the box")
+        self.assertIn(self.only_archive(tray), texts)
+        self.assertTrue(press_button(self.bus, "OK"))
+        # The tray goes on following the service.
+        tray.send_frame("ServiceStatus", "ConnectionState:Connected,ErrorCode:Success", via_peer=False)
+        self.wait_for_tool_tip(item, FIRST_LINE + "Connected")
+        self.assertEqual(self.notifications.calls, [])
+
+    def only_archive(self, tray):
+        """The path of the one archive in the tray's download folder (made by the report)."""
+        downloads = os.path.join(tray.root, DOWNLOADS)
+        names = os.listdir(downloads)
+        self.assertEqual(len(names), 1, names)
+        self.assertTrue(ARCHIVE_NAME.match(names[0]), names[0])
+        return os.path.join(downloads, names[0])
 
 
 # Only this file's tests run here; the tray's own are run from tray_e2e.py.

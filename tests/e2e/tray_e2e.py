@@ -32,6 +32,8 @@ MENU_INTERFACE = "com.canonical.dbusmenu"
 PROPERTIES = "org.freedesktop.DBus.Properties"
 
 FIRST_LINE = "Halvo Softphone (130.264.0)\n"
+# For a tray whose menu command is only clicked: the report fails at once and reveals nothing.
+WITHOUT_ZIP = {"PATH": "/nonexistent"}
 MENU_ENTRY = "Collect logs into a ZIP file"
 
 # Filled from the command line.
@@ -236,17 +238,22 @@ def frame(payload):
 class Tray:
     """One tray process with its own log, runtime and home folders, its stdin held open."""
 
-    def __init__(self, root, start=True):
+    def __init__(self, root, start=True, env=None):
         self.root = root
         self.logs, self.runtime, self.env = tray_environment(root)
+        self.env.update(env or {})
         self.output = open(os.path.join(root, "output.txt"), "wb")
         self.process = None
         if start:
             self.process = subprocess.Popen([ARGS.tray], stdin=subprocess.PIPE, stdout=self.output,
                                             stderr=subprocess.STDOUT, env=self.env)
 
+    def socket_folder(self):
+        """The runtime folder, or the temporary folder when the tray has none."""
+        return self.env["XDG_RUNTIME_DIR"] or self.env["TMPDIR"]
+
     def socket_path(self):
-        return os.path.join(self.runtime, "halvophone-tray-local-channel")
+        return os.path.join(self.socket_folder(), "halvophone-tray-local-channel")
 
     def log_text(self):
         """Every log line written so far: the active file and the packed parts."""
@@ -353,8 +360,8 @@ class TrayE2E(unittest.TestCase):
         result = getattr(getattr(self, "_outcome", None), "result", None)
         return len(result.failures) + len(result.errors) if result else 0
 
-    def start_tray(self, start=True):
-        tray = Tray(os.path.join(self.root, "tray%d" % len(self.trays)), start)
+    def start_tray(self, start=True, env=None):
+        tray = Tray(os.path.join(self.root, "tray%d" % len(self.trays)), start, env)
         self.trays.append(tray)
         return tray
 
@@ -398,6 +405,9 @@ class TrayE2E(unittest.TestCase):
         item = self.item()
         self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
         self.assert_icon(item, "waiting")
+        # Panels list the item by its title; the toolkit gives the id the same text.
+        self.assertEqual(item.Get(ITEM_INTERFACE, "Title", dbus_interface=PROPERTIES), "Halvo Softphone")
+        self.assertEqual(item.Get(ITEM_INTERFACE, "Id", dbus_interface=PROPERTIES), "Halvo Softphone")
         # The three looks are told apart by the pixels alone, not only by the text.
         images = [self.expected_icon(n)[(22, 22)] for n in ("waiting", "error", "connected")]
         self.assertEqual(len(set(images)), 3)
@@ -462,6 +472,24 @@ class TrayE2E(unittest.TestCase):
         wait_for(lambda: "collectLogs" in tray.log_text(), what="the menu action")
         self.assertIsNone(tray.process.poll())
 
+    def test_left_click_opens_the_menu(self):
+        tray = self.start_tray(env=WITHOUT_ZIP)
+        item = self.item()
+        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
+        self.assertIsNone(menu_window())
+        # What a panel sends on a left click.
+        item.Activate(dbus.Int32(100), dbus.Int32(100), dbus_interface=ITEM_INTERFACE)
+        self.assert_menu_opens_with_the_entry(tray)
+
+    def assert_menu_opens_with_the_entry(self, tray):
+        """A menu window opens; a click on its one entry runs the command (which fails fast here,
+        zip being out of reach, and opens no file manager)."""
+        menu = wait_for(menu_window, what="the menu window")
+        self.assertNotIn("collectLogs", tray.log_text())
+        subprocess.run(["xdotool", "mousemove", "--window", menu, "20", "10", "click", "1"], check=True)
+        wait_for(lambda: "collectLogs" in tray.log_text(), what="the menu action")
+        self.assertIsNone(tray.process.poll())
+
     def test_closing_stdin_stops_the_tray(self):
         tray = self.start_tray()
         item = self.item()
@@ -478,8 +506,8 @@ class TrayE2E(unittest.TestCase):
         self.assertEqual(tray.active_log_files(), [])
 
     def test_xembed_tray_without_a_status_notifier_host(self):
-        if not (shutil.which("trayer") and shutil.which("xwininfo") and shutil.which("xwd")):
-            self.skipTest("needs trayer, xwininfo and xwd")
+        if not all(shutil.which(tool) for tool in ("trayer", "xwininfo", "xwd", "xdotool")):
+            self.skipTest("needs trayer, xwininfo, xwd and xdotool")
         self.bus.release_name(WATCHER_NAME)
         panel = subprocess.Popen(["trayer", "--edge", "top", "--align", "right", "--widthtype", "pixel",
                                   "--width", "100", "--height", "24"],
@@ -489,7 +517,7 @@ class TrayE2E(unittest.TestCase):
             wait_for(lambda: "trayer" in subprocess.run(["xwininfo", "-root", "-tree"], capture_output=True,
                                                         text=True).stdout, what="the panel")
             pump(0.5)
-            tray = self.start_tray()
+            tray = self.start_tray(env=WITHOUT_ZIP)
             window = wait_for(embedded_tray_window, what="the embedded item")
             pump(0.3)
             waiting = window_image(window)
@@ -499,6 +527,9 @@ class TrayE2E(unittest.TestCase):
             wait_for(lambda: window_image(window) == waiting, what="the waiting icon again")
             self.assertEqual(tray.log_lines("WARN", "No system tray is available"), [])
             self.assertEqual(self.watcher.items, [])
+            # A left click on the embedded icon opens the menu.
+            subprocess.run(["xdotool", "mousemove", "--window", window, "11", "11", "click", "1"], check=True)
+            self.assert_menu_opens_with_the_entry(tray)
         finally:
             panel.kill()
             panel.wait()
@@ -520,6 +551,46 @@ class TrayE2E(unittest.TestCase):
             self.assertIsNone(tray.process.poll())
         finally:
             self.name = dbus.service.BusName(WATCHER_NAME, self.bus)
+
+    # The service connects the moment the socket exists and sends its status at once.
+
+    def test_first_status_is_shown_however_early_it_comes(self):
+        payload = frame(b"ServiceStatus|ConnectionState:Connected,ErrorCode:Success")
+        for attempt in range(20):
+            self.watcher.items = []
+            tray = self.start_tray()
+            with connect_at_once(tray.socket_path()) as client:
+                client.sendall(payload)
+                item = self.item()
+                wait_for(lambda: self.tool_tip(item) == FIRST_LINE + "Connected",
+                         what="the first status, start %d" % (attempt + 1))
+            tray.process.stdin.close()
+            self.assertEqual(tray.process.wait(timeout=10), 0)
+
+    def test_lost_socket_folder_is_waited_for(self):
+        # Without a runtime folder the socket is in the temporary folder, which a cleaner removes
+        # while the service is connected; then the service goes.
+        tray = self.start_tray(env={"XDG_RUNTIME_DIR": ""})
+        item = self.item()
+        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
+        with connect_at_once(tray.socket_path()) as client:
+            client.sendall(frame(b"ServiceStatus|ConnectionState:Connected,ErrorCode:Success"))
+            self.wait_for_tool_tip(item, FIRST_LINE + "Connected")
+            shutil.rmtree(tray.socket_folder())
+        failure = "Unable to listen on named pipe in tray at "
+        wait_for(lambda: tray.log_lines("ERROR", failure), what="the listen error")
+        self.assertIn("bind: No such file or directory", tray.log_lines("ERROR", failure)[0])
+        pump(1.5)
+        # Still trying, logged once.
+        self.assertEqual(len(tray.log_lines("ERROR", failure)), 1)
+        self.assertIsNone(tray.process.poll())
+
+        os.makedirs(tray.socket_folder(), mode=0o700)
+        back = time.monotonic()
+        tray.send_frame("ServiceStatus", "ConnectionState:Waiting,ErrorCode:Socket", via_peer=False)
+        self.wait_for_tool_tip(item, FIRST_LINE + "Error: Port busy")
+        self.assertLess(time.monotonic() - back, 2.5)
+        self.assertEqual(len(tray.log_lines("INFO", "Listening on named pipe in tray again")), 1)
 
     # The service's parent role, played by the stand-in.
 
@@ -665,6 +736,21 @@ else:
 """
 
 
+def connect_at_once(path, timeout=10.0):
+    """A client socket connected to `path` as soon as something listens there: the service's way."""
+    deadline = time.monotonic() + timeout
+    while True:
+        client = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        try:
+            client.connect(path)
+            return client
+        except (FileNotFoundError, ConnectionRefusedError):
+            client.close()
+            if time.monotonic() > deadline:
+                raise
+            time.sleep(0.0005)
+
+
 def embedded_tray_window():
     """Id of the tray's item window inside the XEmbed panel, or None while it is not there."""
     tree = subprocess.run(["xwininfo", "-root", "-tree"], capture_output=True, text=True).stdout
@@ -672,8 +758,20 @@ def embedded_tray_window():
     for line in tree.splitlines():
         if '"panel"' in line and "trayer" in line:
             in_panel = True
-        elif in_panel and '"HalvoSoftphoneTray"' in line and "22x22" in line:
+        elif in_panel and '"Halvo Softphone"' in line and "22x22" in line:
             return line.split()[0]
+    return None
+
+
+def menu_window():
+    """Id of the tray's open menu (a mapped override-redirect window of the tray), or None."""
+    tree = subprocess.run(["xwininfo", "-root", "-children"], capture_output=True, text=True).stdout
+    for line in tree.splitlines():
+        if '"Halvo Softphone"' in line:
+            window = line.split()[0]
+            info = subprocess.run(["xwininfo", "-id", window], capture_output=True, text=True).stdout
+            if "IsViewable" in info and "Override Redirect State: yes" in info:
+                return window
     return None
 
 
