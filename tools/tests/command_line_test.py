@@ -17,16 +17,13 @@ PEER_OPTIONS = ["--spawn", "--pipe", "--status", "--channel", "--body", "--cycle
                 "--stop-after-ms", "--timeout-ms", "--help", "--version"]
 REPORT_OPTIONS = ["--help", "--version"]
 
-# tool, arguments, the one line expected on stderr (a pattern)
+# tool, arguments, the one line expected on stderr (a pattern). The service peer's reasons are
+# covered case by case by its parser's own test; here, what reaches the terminal.
 REFUSALS = [
     ("peer", ["--frobnicate"], r"unrecognised option '--frobnicate'"),
     ("peer", ["--status", "Connected,Success", "--delay-ms", "5x"], r"\('5x'\) for option '--delay-ms' is invalid"),
-    ("peer", ["--status", "Connected,Success", "--timeout-ms", "0"], r"'--timeout-ms' is invalid"),
-    ("peer", ["--status", "Connected,Sucess"], r"invalid status 'Connected,Sucess'"),
     # A line break in a value does not break the one-line refusal.
     ("peer", ["--status", "Connected\nSuccess"], r"invalid status 'Connected Success'"),
-    ("peer", ["--status", "Connected,Success", "now"], r"unexpected argument 'now'"),
-    ("peer", ["--pipe"], r"the required argument for option '--pipe' is missing"),
     ("report", ["--frobnicate"], r"unrecognised option '--frobnicate'"),
     ("report", ["--version=2"], r"option '--version' does not take any arguments"),
     ("report", ["now"], r"unexpected argument 'now'"),
