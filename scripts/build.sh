@@ -1,8 +1,14 @@
 #!/usr/bin/env bash
-# build.sh [release|sanitize]: configures and builds one tree under build/.
+# build.sh [release|sanitize] [TARGET...]: configures one tree under build/ and builds it, or
+# only the targets named.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 kind=${1:-release}
+shift $(($# > 0 ? 1 : 0))
+targets=()
+for target in "$@"; do
+  targets+=(--target "$target")
+done
 jobs=$(nproc)
 case "$kind" in
   release)
@@ -15,4 +21,4 @@ case "$kind" in
       -DHV_SANITIZE=ON -DHV_FUZZ=ON -DHV_BENCHMARKS=OFF >/dev/null ;;
   *) echo "build.sh: unknown build kind '$kind'" >&2; exit 2 ;;
 esac
-cmake --build "build/$kind" -j "$jobs"
+cmake --build "build/$kind" -j "$jobs" "${targets[@]}"

@@ -4,10 +4,10 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build ccache pkg-config clang libclang-rt-14-dev
-  libboost-dev libboost-system-dev libboost-filesystem-dev libboost-thread-dev libboost-chrono-dev libboost-date-time-dev
+  libboost-dev libboost-system-dev libboost-filesystem-dev libboost-thread-dev libboost-chrono-dev libboost-date-time-dev libboost-program-options-dev
   liblog4cplus-dev zlib1g-dev libsystemd-dev qt6-base-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  zip unzip faketime util-linux iproute2 procps
+  zip unzip faketime util-linux iproute2 procps dpkg-dev lintian
   xvfb xauth x11-apps x11-utils xdotool dbus dbus-x11 python3-dbus python3-gi trayer imagemagick fonts-dejavu-core
 )
 

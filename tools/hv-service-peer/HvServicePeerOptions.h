@@ -32,16 +32,18 @@ struct Options {
     // Stop this long after the start; otherwise a child or a cycle runs until SIGINT/SIGTERM.
     std::optional<std::chrono::milliseconds> stopAfter;
     bool help = false;
+    bool version = false;
 };
 
 struct ParseResult {
     std::optional<Options> options;
-    // Why the arguments were refused; empty on success.
+    // Why the arguments were refused, one line; empty on success.
     std::string error;
 };
 
 // Arguments without the program name.
 ParseResult parseArguments(const std::vector<std::string>& arguments);
+// What --help prints: usage, every option, exit status.
 std::string usage();
 
 } // namespace Hv::ServicePeer

@@ -5,6 +5,7 @@
 
 #include "HvAsyncLocalPipe.h"
 #include "HvChildProcess.h"
+#include "HvCommandLine.h"
 #include "HvServicePeerOptions.h"
 
 #include <boost/asio/io_context.hpp>
@@ -289,13 +290,15 @@ int main(int argc, char** argv)
 {
     const Hv::ServicePeer::ParseResult parsed =
         Hv::ServicePeer::parseArguments(std::vector<std::string>(argv + 1, argv + argc));
-    if (!parsed.options) {
-        std::cerr << "hv-service-peer: " << parsed.error << "\n" << Hv::ServicePeer::usage();
-        return 2;
-    }
+    if (!parsed.options)
+        return Hv::CommandLine::refuse("hv-service-peer", parsed.error);
     const Options& options = *parsed.options;
     if (options.help) {
         std::cout << Hv::ServicePeer::usage();
+        return 0;
+    }
+    if (options.version) {
+        std::cout << Hv::CommandLine::versionLine("hv-service-peer") << '\n';
         return 0;
     }
     std::signal(SIGPIPE, SIG_IGN);

@@ -54,35 +54,60 @@ TEST(ServicePeerOptionsTest, ParentRole)
 
 TEST(ServicePeerOptionsTest, RefusesBadArguments)
 {
-    const std::vector<std::vector<std::string>> bad = {
-        {},
-        {"--pipe", "tray"},
-        {"--status", "Connected"},
-        {"--status", "Connected,Sucess"},
-        {"--status", "connected,Success"},
-        {"--status", "Connected,Success,x"},
-        {"--channel", "A"},
-        {"--channel", "A", "--status", "Connected,Success"},
-        {"--body", "x"},
-        {"--status", "Connected,Success", "--delay-ms", "-1"},
-        {"--status", "Connected,Success", "--delay-ms", "5x"},
-        {"--status", "Connected,Success", "--timeout-ms", "0"},
-        {"--status", "Connected,Success", "--pipe", "../x"},
-        {"--status", "Connected,Success", "--frobnicate", "1"},
-        {"--status"},
-        {"--status", "Connected,Success", "--cycle"},
-        {"--cycle", "--delay-ms", "10"},
-        {"--status", "Connected,Success", "--stop-after-ms", "100"},
-        {"--spawn", "/bin/tray", "--stop-after-ms", "0"},
-        {"--spawn", ""},
-        {"--spawn"},
+    // Arguments, and a piece of the one-line reason.
+    const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
+        {{}, "nothing to send"},
+        {{"--pipe", "tray"}, "nothing to send"},
+        {{"--status", "Connected"}, "invalid status 'Connected'"},
+        {{"--status", "Connected,Sucess"}, "invalid status"},
+        {{"--status", "connected,Success"}, "invalid status"},
+        {{"--status", "Connected,Success,x"}, "invalid status"},
+        {{"--channel", "A"}, "--channel must be followed by --body"},
+        {{"--channel", "A", "--status", "Connected,Success"}, "--channel must be followed by --body"},
+        {{"--channel", "", "--body", "x"}, "empty channel"},
+        {{"--body", "x"}, "--body must follow --channel"},
+        {{"--status", "Connected,Success", "--delay-ms", "-1"}, "'--delay-ms'"},
+        {{"--status", "Connected,Success", "--delay-ms", "5x"}, "('5x') for option '--delay-ms' is invalid"},
+        {{"--status", "Connected,Success", "--delay-ms", "99999999999999999999"}, "'--delay-ms' is invalid"},
+        {{"--status", "Connected,Success", "--timeout-ms", "0"}, "('0') for option '--timeout-ms' is invalid"},
+        {{"--status", "Connected,Success", "--pipe", "../x"}, "invalid pipe name '../x'"},
+        {{"--status", "Connected,Success", "--pipe", "a", "--pipe", "b"}, "'--pipe' cannot be specified more than once"},
+        {{"--status", "Connected,Success", "--frobnicate", "1"}, "unrecognised option '--frobnicate'"},
+        // Whole names only: no guessing of abbreviations.
+        {{"--stat", "Connected,Success"}, "unrecognised option '--stat'"},
+        {{"--status", "Connected,Success", "extra"}, "unexpected argument 'extra'"},
+        {{"--status"}, "the required argument for option '--status' is missing"},
+        {{"--status", "Connected,Success", "--cycle=yes"}, "'--cycle' does not take any arguments"},
+        {{"--status", "Connected,Success", "--cycle"}, "--cycle needs messages and a --delay-ms"},
+        {{"--cycle", "--delay-ms", "10"}, "nothing to send"},
+        {{"--status", "Connected,Success", "--stop-after-ms", "100"}, "--stop-after-ms needs --spawn or --cycle"},
+        {{"--spawn", "/bin/tray", "--stop-after-ms", "0"}, "'--stop-after-ms' is invalid"},
+        {{"--spawn", ""}, "--spawn needs the program"},
+        {{"--spawn"}, "the required argument for option '--spawn' is missing"},
+        {{"--status", "Connected\nSuccess"}, "invalid status"},
     };
-    for (const auto& arguments : bad) {
+    for (const auto& [arguments, reason] : bad) {
         const auto parsed = parseArguments(arguments);
         EXPECT_FALSE(parsed.options) << ::testing::PrintToString(arguments);
-        EXPECT_FALSE(parsed.error.empty()) << ::testing::PrintToString(arguments);
+        EXPECT_NE(parsed.error.find(reason), std::string::npos) << ::testing::PrintToString(arguments) << ": " << parsed.error;
     }
-    EXPECT_TRUE(parseArguments({"--help"}).options->help);
+}
+
+TEST(ServicePeerOptionsTest, HelpAndVersionNeedNothingElse)
+{
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{"--help"}, {"-h"}, {"--pipe", "tray", "--help"}}) {
+        const auto parsed = parseArguments(arguments);
+        ASSERT_TRUE(parsed.options) << parsed.error;
+        EXPECT_TRUE(parsed.options->help);
+        EXPECT_FALSE(parsed.options->version);
+    }
+    const auto version = parseArguments({"--version"});
+    ASSERT_TRUE(version.options) << version.error;
+    EXPECT_TRUE(version.options->version);
+    EXPECT_FALSE(version.options->help);
+    // A syntax error still wins: the command line is wrong whatever was asked.
+    EXPECT_FALSE(parseArguments({"--help", "--frobnicate"}).options);
 }
 
 } // namespace
