@@ -8,9 +8,6 @@
 #include <log4cplus/appender.h>
 #include <log4cplus/spi/loggingevent.h>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <exception>
 #include <iostream>
 #include <mutex>
@@ -48,31 +45,6 @@ protected:
 private:
     mutable std::mutex m_mutex;
     std::string m_message;
-};
-
-// zip writes its messages to standard output. While the report is built they go to standard
-// error instead, so that standard output carries the archive's path alone.
-class OutputToErrors {
-public:
-    OutputToErrors()
-        : m_saved(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3))
-    {
-        std::cout.flush();
-        if (m_saved >= 0)
-            ::dup2(STDERR_FILENO, STDOUT_FILENO);
-    }
-    ~OutputToErrors()
-    {
-        if (m_saved >= 0) {
-            ::dup2(m_saved, STDOUT_FILENO);
-            ::close(m_saved);
-        }
-    }
-    OutputToErrors(const OutputToErrors&) = delete;
-    OutputToErrors& operator=(const OutputToErrors&) = delete;
-
-private:
-    int m_saved;
 };
 
 po::options_description describeOptions()
@@ -137,7 +109,6 @@ int main(int argc, char** argv)
     boost::filesystem::path archive;
     std::string reason;
     try {
-        const OutputToErrors redirection;
         archive = Hv::IssueCollector::prepareReport();
     } catch (const std::exception& error) {
         reason = error.what();

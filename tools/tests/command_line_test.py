@@ -66,20 +66,22 @@ class CommandLineTest(unittest.TestCase):
 
     def test_report_failure_says_why_with_status_1(self):
         with tempfile.TemporaryDirectory(prefix="hv-cli-") as root:
-            # The download folder's parent is a regular file: nothing can be written there.
-            os.makedirs(os.path.join(root, "config"))
-            os.makedirs(os.path.join(root, "logs"))
-            with open(os.path.join(root, "blocker"), "w") as f:
-                f.write("not a folder\n")
-            with open(os.path.join(root, "config", "user-dirs.dirs"), "w") as f:
-                f.write('XDG_DOWNLOAD_DIR="$HOME/blocker/Downloads"\n')
+            # A zip that talks on its standard output and fails: its words must not reach ours,
+            # which carries only the archive's path.
+            for folder in ("bin", "config", "logs"):
+                os.makedirs(os.path.join(root, folder))
+            with open(os.path.join(root, "bin", "zip"), "w") as f:
+                f.write("#!/bin/sh\necho 'zip noise'\nexit 12\n")
+            os.chmod(os.path.join(root, "bin", "zip"), 0o755)
             env = dict(os.environ, HOME=root, XDG_CONFIG_HOME=os.path.join(root, "config"),
-                       HV_SOFTPHONE_LOG_DIR=os.path.join(root, "logs"), TMPDIR=root)
+                       HV_SOFTPHONE_LOG_DIR=os.path.join(root, "logs"), TMPDIR=root,
+                       PATH=os.path.join(root, "bin") + os.pathsep + os.environ["PATH"])
             result = run("report", [], env=env)
         self.assertEqual(result.returncode, 1, result.stderr)
         self.assertEqual(result.stdout, "")
+        self.assertIn("zip noise\n", result.stderr)
         self.assertRegex(result.stderr, r"(?m)^hv-collect-report: the report could not be built: "
-                         r"Unable to pack folder: .*blocker/Downloads/halvo-softphone-report-.*\.zip")
+                         r"Unable to pack folder: .*Downloads/halvo-softphone-report-.*\.zip.*error=12")
 
 
 def main():
