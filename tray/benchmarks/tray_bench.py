@@ -24,7 +24,9 @@ import dbus.service
 from dbus.mainloop.glib import DBusGMainLoop
 from gi.repository import GLib
 
-import tray_e2e
+# The end-to-end harness: its watcher plays the panel.
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "tests", "e2e"))
+import tray_e2e  # noqa: E402
 from tray_e2e import ITEM_INTERFACE, PROPERTIES, WATCHER_NAME, Tray, Watcher, frame, resident_kib
 
 CLOCK_TICKS = os.sysconf("SC_CLK_TCK")
