@@ -74,7 +74,7 @@ void Base<STREAM>::asyncRead(Buffer::Shared buffer, Callback callback)
             HV_TRACE(this->name(), error, length, buffer->isLengthValid());
             if (!error && buffer->isLengthValid())
                 return;
-            HV_LOG_ERROR("Error while reading length in " << this->name() << buffer->lengthBuffer());
+            HV_LOG_ERROR("Error while reading length in " << this->name() << RawBytes{buffer->lengthBuffer()});
             handleError();
         });
     queue->perform(
@@ -86,7 +86,7 @@ void Base<STREAM>::asyncRead(Buffer::Shared buffer, Callback callback)
         [this, buffer = frame, callback = std::move(callback)](const boost::system::error_code& error, unsigned long length) {
             HV_TRACE(this->name(), error, length);
             if (error) {
-                HV_LOG_ERROR("Error while reading message in " << this->name() << buffer->messageBuffer());
+                HV_LOG_ERROR("Error while reading message in " << this->name() << RawBytes{buffer->messageBuffer()});
                 handleError();
                 return;
             }

@@ -122,4 +122,15 @@ log4cplus::tostream& printRawBuffer(log4cplus::tostream& stream, Iterator first,
 // Dumps the whole buffer with printRawBuffer.
 log4cplus::tostream& operator<<(log4cplus::tostream& stream, const boost::asio::mutable_buffers_1& buffer);
 
+// A buffer to dump into a log line. A log line finds operators through its values' namespaces, and
+// the one above belongs to no namespace of boost's buffer: this type carries it along.
+struct RawBytes {
+    boost::asio::mutable_buffers_1 buffer;
+
+    friend log4cplus::tostream& operator<<(log4cplus::tostream& stream, const RawBytes& bytes)
+    {
+        return stream << bytes.buffer;
+    }
+};
+
 } // namespace Hv::Async::AppStream

@@ -66,6 +66,39 @@ inline void writeText(log4cplus::tostream& os, std::string_view text)
 #endif
 }
 
+// The text of one log line, built in log4cplus's string stream.
+class Line {
+public:
+    log4cplus::tostream& stream() { return m_text; }
+    log4cplus::tstring str() const { return m_text.str(); }
+
+    // Friends of Line: argument-dependent lookup finds them from any namespace, where a global operator<< can be hidden.
+
+    // Narrow text: widened character by character into a wide stream, written as it is into a narrow one.
+    template <StringLike T>
+    friend Line& operator<<(Line& line, const T& text)
+    {
+#ifdef UNICODE
+        writeText(line.m_text, std::string_view(text));
+#else
+        line.m_text << text;
+#endif
+        return line;
+    }
+
+    // Any other value by its own operator<<, found with the value's type.
+    template <typename T>
+        requires(!StringLike<T>)
+    friend Line& operator<<(Line& line, const T& value)
+    {
+        line.m_text << value;
+        return line;
+    }
+
+private:
+    log4cplus::tostringstream m_text;
+};
+
 // Writes one traced value the way every trace line prints it: pointers and shared pointers
 // as addresses, text as it is, lists of markers as [a, b], the rest by its own operator<<.
 template <typename T>
@@ -148,7 +181,7 @@ void writeArguments(log4cplus::tostream& os, const Named<First>& first, const Re
         if (::Hv::SimpleLogger::isEnabled()) {                                                         \
             ::log4cplus::Logger hvLogger_ = ::Hv::SimpleLogger::logger();                              \
             if (hvLogger_.isEnabledFor(level)) {                                                       \
-                ::log4cplus::tostringstream hvText_;                                                   \
+                ::Hv::Log::Line hvText_;                                                               \
                 hvText_ << __VA_ARGS__;                                                                \
                 hvLogger_.forcedLog(level, hvText_.str(), __FILE__, __LINE__, LOG4CPLUS_MACRO_FUNCTION()); \
             }                                                                                          \
@@ -164,7 +197,7 @@ void writeArguments(log4cplus::tostream& os, const Named<First>& first, const Re
 
 #define HV_TRACE_WITH(prefix, ...)                                                                     \
     HV_LOG_TRACE(prefix << LOG4CPLUS_TEXT("] -> (");                                                   \
-                 ::Hv::Log::writeArguments(hvText_ __VA_OPT__(, HV_FOR_EACH(HV_TRACE_NAMED, __VA_ARGS__))); \
+                 ::Hv::Log::writeArguments(hvText_.stream() __VA_OPT__(, HV_FOR_EACH(HV_TRACE_NAMED, __VA_ARGS__))); \
                  hvText_ << LOG4CPLUS_TEXT(")"))
 
 // Entry trace of a member function: [this = 0x...] -> (name = value, ...)

@@ -6,8 +6,35 @@
 #include <boost/system/error_code.hpp>
 
 #include <functional>
+#include <iomanip>
 #include <sstream>
+#include <string_view>
 #include <vector>
+
+namespace Elsewhere {
+struct Port {
+    int number;
+};
+log4cplus::tostream& operator<<(log4cplus::tostream& os, const Port& port)
+{
+    return os << LOG4CPLUS_TEXT("port ") << port.number;
+}
+} // namespace Elsewhere
+
+// A caller whose namespace has an operator<< of its own, which hides every one declared further out.
+namespace Caller {
+struct Own {};
+log4cplus::tostream& operator<<(log4cplus::tostream& os, Own)
+{
+    return os << LOG4CPLUS_TEXT("own");
+}
+
+void logMixed(const std::string& name)
+{
+    HV_LOG_WARN("name " << name << ", " << Elsewhere::Port{8} << ", " << Own{} << ", "
+                        << boost::system::error_code(2, boost::system::system_category()));
+}
+} // namespace Caller
 
 namespace {
 
@@ -80,6 +107,23 @@ TEST(Trace, BuildsNothingWhileDisabled)
     HV_TRACE_FREE(evaluate());
     EXPECT_EQ(evaluated, 1);
     EXPECT_EQ(capture.count(log4cplus::TRACE_LOG_LEVEL, "[] -> (evaluate() = 1)"), 1u);
+}
+
+TEST(LogLine, WritesNarrowTextAsTheNarrowStreamDoes)
+{
+    // Field width and adjustment apply to text as to any value, and a string keeps its zero bytes.
+    Hv::Log::Line line;
+    line << std::setw(5) << std::string("ab") << '|' << std::left << std::setw(4) << "cd" << '|'
+         << std::string_view("ef") << std::string("g\0h", 3);
+    EXPECT_EQ(line.str(), std::string("   ab|cd  |efg\0h", 16));
+}
+
+TEST(LogLine, FindsEachValuesOperatorFromACallerWithOperatorsOfItsOwn)
+{
+    Hv::Test::LogCapture capture;
+    Caller::logMixed("tray");
+    EXPECT_EQ(capture.messages(log4cplus::WARN_LOG_LEVEL),
+              std::vector<std::string>{"name tray, port 8, own, system:2"});
 }
 
 } // namespace

@@ -1,0 +1,16 @@
+#pragma once
+
+// <unistd.h>: the C library's own declarations, and getpeereid, which macOS declares here and
+// glibc does not have at all.
+
+#include_next <unistd.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+int getpeereid(int socket, uid_t* uid, gid_t* gid);
+
+#ifdef __cplusplus
+}
+#endif
