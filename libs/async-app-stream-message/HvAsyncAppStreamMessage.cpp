@@ -32,17 +32,6 @@ std::list<boost::asio::const_buffer> Message::data() const
     return frame;
 }
 
-FrameBuffers Message::frameBuffers() const
-{
-    // The pieces of body() without its list.
-    FrameBuffers frame;
-    frame.push(boost::asio::const_buffer(&m_length, sizeof(m_length)));
-    frame.push(boost::asio::buffer(m_serializedChannel));
-    frame.push(boost::asio::buffer(&Util::Detail::CHANNEL_SEPARATOR, 1));
-    frame.push(boost::asio::buffer(m_channelMessage->message()));
-    return frame;
-}
-
 std::list<boost::asio::const_buffer> Message::body() const
 {
     return Util::channelMessageBuffer(m_serializedChannel, m_channelMessage->message());

@@ -27,8 +27,6 @@ public:
     bool isLengthValid() const override;
     // The length field, then the three buffers of body().
     std::list<boost::asio::const_buffer> data() const override;
-    // The length field, the channel text, the separator and the body, as data() gives them.
-    FrameBuffers frameBuffers() const override;
     // The encoding of the channel message to send: channel text, separator, body.
     virtual std::list<boost::asio::const_buffer> body() const;
 

@@ -1,7 +1,9 @@
 #pragma once
 
-#include "HvAsyncAppStreamTransfer.h"
 #include "HvTrace.h"
+
+#include <boost/asio/read.hpp>
+#include <boost/asio/write.hpp>
 
 #include <sstream>
 #include <stdexcept>
@@ -58,15 +60,13 @@ void Base<STREAM>::asyncRead(Buffer::Shared buffer, Callback callback)
     HV_TRACE(this->name(), buffer);
     Buffer* const frame = buffer.get();
     Queue* queue = readQueue();
-    // No step completes on the spot while both are queued: this stream stays alive for the second.
-    const Detail::QueueingScope queueing;
     // Both steps of one frame are queued back to back, so a later read queues behind them. When
     // the length fails, the subscriber is expected to drop the message step (close or disable).
     queue->perform(
         buffer,
         [this](Buffer::Shared buffer, OperationCallback completion) {
             HV_TRACE(this->name(), buffer);
-            Detail::readExactly(m_stream, buffer->lengthBuffer(), std::move(completion));
+            boost::asio::async_read(m_stream, buffer->lengthBuffer(), std::move(completion));
         },
         // The queue calls a completion only while it holds the buffer: a plain pointer suffices
         // and keeps the callback small enough to need no allocation of its own.
@@ -81,7 +81,7 @@ void Base<STREAM>::asyncRead(Buffer::Shared buffer, Callback callback)
         std::move(buffer),
         [this](Buffer::Shared buffer, OperationCallback completion) {
             HV_TRACE(this->name(), buffer);
-            Detail::readExactly(m_stream, buffer->messageBuffer(), std::move(completion));
+            boost::asio::async_read(m_stream, buffer->messageBuffer(), std::move(completion));
         },
         [this, buffer = frame, callback = std::move(callback)](const boost::system::error_code& error, unsigned long length) {
             HV_TRACE(this->name(), error, length);
@@ -98,15 +98,12 @@ template <typename STREAM>
 void Base<STREAM>::asyncWrite(Buffer::Shared buffer, Callback callback)
 {
     HV_TRACE(this->name(), buffer);
-    // The callback never runs before this call has returned.
-    const Detail::QueueingScope queueing;
     writeQueue()->perform(
         std::move(buffer),
         [this](Buffer::Shared buffer, OperationCallback completion) {
             HV_TRACE(this->name(), buffer);
-            // One gathered write of the length field and the payload pieces (those of data());
-            // nothing is copied.
-            Detail::writeAll(m_stream, buffer->frameBuffers(), std::move(completion));
+            // One gathered write of the length field and the payload pieces; nothing is copied.
+            boost::asio::async_write(m_stream, buffer->data(), std::move(completion));
         },
         [this, callback = std::move(callback)](const boost::system::error_code& error, unsigned long length) {
             HV_TRACE(this->name(), error, length);

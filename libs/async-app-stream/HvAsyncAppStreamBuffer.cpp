@@ -59,33 +59,6 @@ std::uint32_t Buffer::length() const
     return m_length;
 }
 
-FrameBuffers Buffer::frameBuffers() const
-{
-    FrameBuffers frame;
-    frame.push(boost::asio::const_buffer(&m_length, sizeof(m_length)));
-    frame.push(boost::asio::const_buffer(m_data.data(), m_data.size()));
-    return frame;
-}
-
-std::size_t FrameBuffers::bytes() const
-{
-    return boost::asio::buffer_size(*this);
-}
-
-FrameBuffers FrameBuffers::after(std::size_t done) const
-{
-    FrameBuffers rest;
-    for (const boost::asio::const_buffer& piece : *this) {
-        if (done >= piece.size()) {
-            done -= piece.size();
-            continue;
-        }
-        rest.push(piece + done);
-        done = 0;
-    }
-    return rest;
-}
-
 log4cplus::tostream& operator<<(log4cplus::tostream& stream, const boost::asio::mutable_buffers_1& buffer)
 {
     return printRawBuffer(stream, boost::asio::buffers_begin(buffer), boost::asio::buffers_end(buffer));

@@ -22,35 +22,6 @@
 
 namespace Hv::Async::AppStream {
 
-// The pieces of a frame in a fixed array: what the streams write. Unlike the list of data(), it
-// costs no allocation to build or to copy, and asio copies the sequence it writes.
-class FrameBuffers {
-public:
-    static constexpr std::size_t CAPACITY = 4;
-
-    FrameBuffers() = default;
-    // Adds a piece at the back; false, and nothing added, when the frame is full.
-    bool push(const boost::asio::const_buffer& piece)
-    {
-        if (m_size == CAPACITY)
-            return false;
-        m_pieces[m_size++] = piece;
-        return true;
-    }
-
-    const boost::asio::const_buffer* begin() const { return m_pieces.data(); }
-    const boost::asio::const_buffer* end() const { return m_pieces.data() + m_size; }
-    std::size_t size() const { return m_size; }
-    // All bytes of all pieces.
-    std::size_t bytes() const;
-    // What is left after the first `done` bytes.
-    FrameBuffers after(std::size_t done) const;
-
-private:
-    std::array<boost::asio::const_buffer, CAPACITY> m_pieces;
-    std::size_t m_size = 0;
-};
-
 class Buffer {
 public:
     using Shared = std::shared_ptr<Buffer>;
@@ -73,8 +44,6 @@ public:
     // The whole frame as a gather list pointing into this object.
     virtual std::list<boost::asio::const_buffer> data() const;
     virtual std::uint32_t length() const;
-    // The same pieces as data(), for the write path.
-    virtual FrameBuffers frameBuffers() const;
 
 protected:
     std::vector<char> m_data;

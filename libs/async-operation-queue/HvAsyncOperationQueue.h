@@ -4,8 +4,6 @@
 // several socket calls whose bytes must not interleave with those of another transfer.
 // All calls and all completions belong to the one thread that runs the event loop.
 
-#include "HvRecyclingPool.h"
-
 #include <log4cplus/streams.h>
 
 #include <cstddef>
@@ -72,7 +70,7 @@ public:
 private:
     // The completion wrapper that push() stores in an operation: holds the operation weakly (the
     // operation stores the wrapper) and the data strongly (the transfer writes into it until it
-    // completes, whatever happens to the queue). It lives in the recycling pool.
+    // completes, whatever happens to the queue).
     template <typename R, typename... ARGS>
     class Completion {
     public:
@@ -80,9 +78,6 @@ private:
                    std::function<R(ARGS...)> callback);
 
         R operator()(ARGS... args);
-
-        static void* operator new(std::size_t size) { return Detail::RecyclingPool::allocate(size); }
-        static void operator delete(void* pointer, std::size_t size) { Detail::RecyclingPool::deallocate(pointer, size); }
 
     private:
         // Called once the transfer is over and the queue still exists.
@@ -94,7 +89,7 @@ private:
         std::function<R(ARGS...)> m_callback;
     };
 
-    std::list<typename Operation::Shared, Detail::RecyclingAllocator<typename Operation::Shared>> m_queue;
+    std::list<typename Operation::Shared> m_queue;
     typename Operation::Shared m_currentOperation;
     bool m_isEnabled;
 };

@@ -54,7 +54,7 @@ template <typename R, typename... ARGS>
 void OperationQueue<DATA, CB>::push(SharedData data, Task task, std::function<R(ARGS...)> callback)
 {
     HV_TRACE(data);
-    auto operation = std::allocate_shared<Operation>(Detail::RecyclingAllocator<Operation>(), data, std::move(task));
+    auto operation = std::make_shared<Operation>(data, std::move(task));
     typename Operation::Weak weakOperation = operation;
     operation->setCallback(Completion<R, ARGS...>(this, std::move(weakOperation), std::move(data), std::move(callback)));
     m_queue.push_back(std::move(operation));

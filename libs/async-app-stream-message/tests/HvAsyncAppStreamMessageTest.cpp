@@ -48,12 +48,6 @@ TEST(AppStreamMessage, FramesChannelMessageWithoutCopying)
 
     // The outgoing half never decodes: the received payload is what channelMessage() reads.
     EXPECT_EQ(message.channelMessage(), nullptr);
-
-    // What the streams write: the same pieces, still pointing into the channel message.
-    const auto pieces = message.frameBuffers();
-    ASSERT_EQ(pieces.size(), 4u);
-    EXPECT_EQ(flatten(std::list<boost::asio::const_buffer>(pieces.begin(), pieces.end())), flatten(message.data()));
-    EXPECT_EQ(pieces.end()[-1].data(), channelMessage->message().data());
 }
 
 TEST(AppStreamMessage, AcceptsLengthUpToMaxLength)

@@ -51,33 +51,6 @@ TEST(AppStreamBuffer, FramesGivenBytes)
     EXPECT_EQ(flatten(empty.data()), std::string(4, '\0'));
 }
 
-TEST(AppStreamBuffer, FrameBuffersHoldTheBytesOfDataAndWhatIsLeftAfterAPartialWrite)
-{
-    const Buffer buffer(std::vector<char>{'a', 'b', 'c'});
-    const Hv::Async::AppStream::FrameBuffers frame = buffer.frameBuffers();
-    ASSERT_EQ(frame.size(), 2u);
-    EXPECT_EQ(frame.bytes(), 7u);
-    const std::list<boost::asio::const_buffer> pieces(frame.begin(), frame.end());
-    EXPECT_EQ(flatten(pieces), flatten(buffer.data()));
-
-    // Inside the length field, on the boundary, inside the payload, everything.
-    const auto rest = [&](std::size_t done) {
-        const auto left = frame.after(done);
-        return flatten(std::list<boost::asio::const_buffer>(left.begin(), left.end()));
-    };
-    EXPECT_EQ(rest(2), std::string("\0\0abc", 5));
-    EXPECT_EQ(frame.after(4).size(), 1u);
-    EXPECT_EQ(rest(4), "abc");
-    EXPECT_EQ(rest(6), "c");
-    EXPECT_EQ(frame.after(7).size(), 0u);
-
-    Hv::Async::AppStream::FrameBuffers full;
-    for (std::size_t i = 0; i < Hv::Async::AppStream::FrameBuffers::CAPACITY; ++i)
-        EXPECT_TRUE(full.push(boost::asio::buffer("x", 1)));
-    EXPECT_FALSE(full.push(boost::asio::buffer("y", 1)));
-    EXPECT_EQ(full.bytes(), Hv::Async::AppStream::FrameBuffers::CAPACITY);
-}
-
 TEST(AppStreamBuffer, ReadsLittleEndianLengthWithinLimits)
 {
     Buffer buffer;

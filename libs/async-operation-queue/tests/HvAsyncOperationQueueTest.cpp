@@ -129,29 +129,6 @@ TEST_F(OperationQueueTest, FinishedOperationLetsGoOfItsDataBeforeTheNextOneStart
     EXPECT_EQ(m_events, std::vector<std::string>({"done 1 1", "done 2 2"}));
 }
 
-TEST(RecyclingPool, HandsFreedBlocksOutAgainBySize)
-{
-#ifdef HV_RECYCLING_POOL_DISABLED
-    GTEST_SKIP() << "the pool passes everything to the global allocator under AddressSanitizer";
-#else
-    using Pool = Hv::Async::Detail::RecyclingPool;
-    void* small = Pool::allocate(40);
-    void* other = Pool::allocate(100);
-    Pool::deallocate(small, 40);
-    Pool::deallocate(other, 100);
-    // Same bucket (33 to 48 bytes): the same block; another bucket: its own block.
-    EXPECT_EQ(Pool::allocate(48), small);
-    EXPECT_EQ(Pool::allocate(97), other);
-    Pool::deallocate(small, 48);
-    Pool::deallocate(other, 97);
-
-    // Beyond the largest bucket nothing is kept.
-    void* large = Pool::allocate(Pool::MAX_SIZE + 1);
-    ASSERT_NE(large, nullptr);
-    Pool::deallocate(large, Pool::MAX_SIZE + 1);
-#endif
-}
-
 TEST_F(OperationQueueTest, ClearDropsWaitingOperationsButNotTheRunningOne)
 {
     Queue queue;
