@@ -4,6 +4,10 @@
 
 #include <boost/asio/post.hpp>
 
+#include <unistd.h>
+
+#include <string>
+
 namespace Hv::Async {
 
 ParentProcessPipe::ParentProcessPipe(boost::asio::io_context& ioContext)
@@ -66,6 +70,16 @@ void ParentProcessPipe::fireOnAppStreamError()
     // Runs later from the loop, not inside the failing completion.
     boost::asio::post(m_ioContext, m_onAppStreamError);
     m_onAppStreamError = nullptr;
+}
+
+// Descriptors 0, 1 and 2 themselves, on Linux and macOS alike: destroying the pipe closes them.
+void ParentProcessPipe::initAppStreams()
+{
+    HV_TRACE();
+    const std::string pid = std::to_string(::getpid());
+    m_in = AppStream::create<Out>(m_ioContext, STDIN_FILENO, Util::streamName(Util::StreamType::In, pid));
+    m_out = AppStream::create<In>(m_ioContext, STDOUT_FILENO, Util::streamName(Util::StreamType::Out, pid));
+    m_error = AppStream::create<In>(m_ioContext, STDERR_FILENO, Util::streamName(Util::StreamType::Error, pid));
 }
 
 } // namespace Hv::Async

@@ -1,4 +1,4 @@
-#include "HvRunUntil.h"
+#include "HvTestSupport.h"
 #include "HvAsyncAppStream.h"
 
 #include "HvLogCapture.h"
@@ -22,16 +22,11 @@
 
 namespace {
 
+using Hv::Test::frame;
+
 namespace AppStream = Hv::Async::AppStream;
 using Socket = boost::asio::local::stream_protocol::socket;
 using Descriptor = boost::asio::posix::stream_descriptor;
-
-std::string frame(std::uint32_t length, const std::string& payload)
-{
-    std::string bytes(4, '\0');
-    std::memcpy(bytes.data(), &length, 4);
-    return bytes + payload;
-}
 
 class AppStreamTest : public ::testing::Test {
 protected:

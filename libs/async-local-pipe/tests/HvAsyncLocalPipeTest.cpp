@@ -1,7 +1,7 @@
 #include "HvAsyncLocalPipe.h"
 
 #include "HvChannelMessageUtil.h"
-#include "HvLocalPipeTestSupport.h"
+#include "HvTestSupport.h"
 #include "HvLogCapture.h"
 #include "HvPlatform.h"
 
@@ -22,18 +22,13 @@
 
 namespace {
 
+using Hv::Test::frame;
+
 using Hv::Async::LocalPipe::Receiver;
 using Hv::Async::LocalPipe::Sender;
 using Hv::Test::Process;
 using Hv::Test::runFor;
 using Hv::Test::runUntil;
-
-std::string frame(std::uint32_t length, const std::string& payload)
-{
-    std::string bytes(4, '\0');
-    std::memcpy(bytes.data(), &length, 4);
-    return bytes + payload;
-}
 
 // A plain blocking client, usable after fork() too: system calls only.
 int connectRaw(const char* path)
@@ -218,16 +213,13 @@ TEST_F(LocalPipeTest, SenderKilledInsideAFrameLeavesTheReceiverListening)
     int ready[2];
     ASSERT_EQ(pipe(ready), 0);
     const std::string partial = frame(100, "ServiceSta");
-    const pid_t child = fork();
-    if (child == 0) {
+    Process sender([&] {
         const int fd = connectRaw(m_path.c_str());
         if (fd < 0 || !writeAll(fd, partial))
             _exit(1);
         (void)!::write(ready[1], "x", 1);
         ::pause();
-        _exit(0);
-    }
-    Process sender(child);
+    });
     char byte = 0;
     ASSERT_EQ(::read(ready[0], &byte, 1), 1);
     ::close(ready[0]);
@@ -365,8 +357,7 @@ TEST_F(LocalPipeTest, OtherUsersAreRefused)
     ::chmod(m_folder.c_str(), 0755);
     ::chmod(m_path.c_str(), 0666);
     const std::string message = frame(6, "evil|x");
-    const pid_t child = fork();
-    if (child == 0) {
+    Process client([&] {
         if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)
             _exit(3);
         ::alarm(10);
@@ -377,8 +368,7 @@ TEST_F(LocalPipeTest, OtherUsersAreRefused)
         char byte = 0;
         // The receiver closes the connection: end of stream (or a reset).
         _exit(::read(fd, &byte, 1) <= 0 ? 0 : 2);
-    }
-    Process client(child);
+    });
     ASSERT_TRUE(runUntil(m_io, [&] { return client.poll().has_value(); }));
     EXPECT_TRUE(client.exitedWith(0));
     EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, "Refused connection to named pipe in " + m_name + " from user id 65534"), 1u);

@@ -1,4 +1,4 @@
-#include "HvRunUntil.h"
+#include "HvTestSupport.h"
 #include "HvAsyncOperationQueue.h"
 
 #include "HvLogCapture.h"

@@ -3,7 +3,7 @@
 
 #include "HvAsyncParentProcessPipe.h"
 #include "HvLogCapture.h"
-#include "HvRunUntil.h"
+#include "HvTestSupport.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "HvTestFiles.h"
+#include "HvTestSupport.h"
 #include "HvCompression.h"
 
 #include "HvLogCapture.h"

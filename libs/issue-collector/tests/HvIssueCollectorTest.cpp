@@ -1,4 +1,4 @@
-#include "HvTestFiles.h"
+#include "HvTestSupport.h"
 #include "HvIssueCollector.h"
 
 #include <gtest/gtest.h>

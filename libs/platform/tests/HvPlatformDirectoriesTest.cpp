@@ -1,6 +1,6 @@
 #include "HvPlatform.h"
 #include "HvPlatformDetail.h"
-#include "HvPlatformTestSupport.h"
+#include "HvTestSupport.h"
 
 #include "HvLogCapture.h"
 
@@ -12,7 +12,7 @@
 
 namespace fs = boost::filesystem;
 using Hv::Test::TemporaryFolder;
-using Hv::Test::expectInFreshProcess;
+using Hv::Test::inFreshProcess;
 using Hv::Test::writeFile;
 
 namespace {
@@ -30,7 +30,7 @@ void clearDirectoryEnvironment()
 
 TEST(PlatformDirectories, FollowHomeWithXdgDefaults)
 {
-    expectInFreshProcess([] {
+    inFreshProcess([] {
         TemporaryFolder home;
         clearDirectoryEnvironment();
         ::setenv("HOME", home.path().c_str(), 1);
@@ -53,7 +53,7 @@ TEST(PlatformDirectories, FollowHomeWithXdgDefaults)
 TEST(PlatformDirectories, FallBackToTmpWithoutHomeOrTmpdir)
 {
     ASSERT_TRUE(fs::is_directory("/tmp"));
-    expectInFreshProcess([] {
+    inFreshProcess([] {
         clearDirectoryEnvironment();
         ::setenv("TMPDIR", "/tmp/hv-platform-test-missing/folder", 1);
         EXPECT_EQ(fs::path("/tmp/.local/share"), Hv::appDataDirectory());
@@ -65,14 +65,14 @@ TEST(PlatformDirectories, FallBackToTmpWithoutHomeOrTmpdir)
 
 TEST(PlatformDirectories, LogDirectoryVariableIsReadOnce)
 {
-    expectInFreshProcess([] {
+    inFreshProcess([] {
         clearDirectoryEnvironment();
         ::setenv("HV_SOFTPHONE_LOG_DIR", "relative/logs", 1);
         EXPECT_EQ(fs::path("relative/logs"), Hv::logsDirectory());
         ::setenv("HV_SOFTPHONE_LOG_DIR", "/elsewhere", 1);
         EXPECT_EQ(fs::path("relative/logs"), Hv::logsDirectory());
     });
-    expectInFreshProcess([] {
+    inFreshProcess([] {
         TemporaryFolder home;
         clearDirectoryEnvironment();
         ::setenv("HOME", home.path().c_str(), 1);
@@ -86,7 +86,7 @@ TEST(PlatformDirectories, LogDirectoryVariableIsReadOnce)
 
 TEST(PlatformDirectories, DataHomeMustBeAbsolute)
 {
-    expectInFreshProcess([] {
+    inFreshProcess([] {
         TemporaryFolder home;
         clearDirectoryEnvironment();
         ::setenv("HOME", home.path().c_str(), 1);
@@ -94,7 +94,7 @@ TEST(PlatformDirectories, DataHomeMustBeAbsolute)
         EXPECT_EQ(home.path() / "data", Hv::appDataDirectory());
         EXPECT_EQ(home.path() / "data/Halvo/HalvoSoftphone-10.0/logs", Hv::logsDirectory());
     });
-    expectInFreshProcess([] {
+    inFreshProcess([] {
         TemporaryFolder home;
         clearDirectoryEnvironment();
         ::setenv("HOME", home.path().c_str(), 1);
@@ -111,7 +111,7 @@ TEST(PlatformDirectories, HalvoDirectoryIsMadeAbsolute)
 
 TEST(PlatformDirectories, DownloadsFollowUserDirs)
 {
-    expectInFreshProcess([] {
+    inFreshProcess([] {
         TemporaryFolder home;
         clearDirectoryEnvironment();
         ::setenv("HOME", home.path().c_str(), 1);
@@ -121,7 +121,7 @@ TEST(PlatformDirectories, DownloadsFollowUserDirs)
                   "XDG_DOWNLOAD_DIR=\"$HOME/T\xc3\xa9l\xc3\xa9\x63hargements\"\n");
         EXPECT_EQ(home.path() / "T\xc3\xa9l\xc3\xa9\x63hargements", Hv::downloadsDirectory());
     });
-    expectInFreshProcess([] {
+    inFreshProcess([] {
         TemporaryFolder home;
         TemporaryFolder config;
         clearDirectoryEnvironment();
@@ -152,7 +152,7 @@ TEST(PlatformDirectories, UserDirsParsing)
 
 TEST(PlatformDirectories, InitializeEnvComesBeforeTheGetters)
 {
-    expectInFreshProcess([] {
+    inFreshProcess([] {
         TemporaryFolder home;
         clearDirectoryEnvironment();
         ::setenv("HOME", home.path().c_str(), 1);
@@ -169,7 +169,7 @@ TEST(PlatformDirectories, InitializeEnvComesBeforeTheGetters)
 TEST(PlatformVdi, MarkerFileAndVariable)
 {
     // Set but empty: the marker file is not even looked at.
-    expectInFreshProcess([] {
+    inFreshProcess([] {
         TemporaryFolder install;
         clearDirectoryEnvironment();
         writeFile(install.path() / "vdi_mode", "");
@@ -177,14 +177,14 @@ TEST(PlatformVdi, MarkerFileAndVariable)
         ::setenv("HV_SOFTPHONE_VDI_REMOTE_IP", "", 1);
         EXPECT_EQ("", Hv::vdiRemoteIp());
     });
-    expectInFreshProcess([] {
+    inFreshProcess([] {
         TemporaryFolder install;
         clearDirectoryEnvironment();
         fs::create_directory(install.path() / "vdi_mode");
         ::setenv("__HV_PRODUCT_INSTALLATION_DIR", install.path().c_str(), 1);
         EXPECT_EQ("", Hv::vdiRemoteIp());
     });
-    expectInFreshProcess([] {
+    inFreshProcess([] {
         TemporaryFolder install;
         clearDirectoryEnvironment();
         Hv::Test::LogCapture capture;

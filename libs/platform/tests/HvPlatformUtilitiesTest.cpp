@@ -1,6 +1,6 @@
 #include "HvPlatform.h"
 #include "HvPlatformDetail.h"
-#include "HvPlatformTestSupport.h"
+#include "HvTestSupport.h"
 
 #include "HvLogCapture.h"
 

@@ -1,5 +1,10 @@
 #include "HvDailyRollingFileAppender.h"
-#include "HvLoggerTestFiles.h"
+#include "HvTestSupport.h"
+
+#include <boost/filesystem.hpp>
+#include <gtest/gtest.h>
+
+#include <fstream>
 
 #include <log4cplus/layout.h>
 #include <log4cplus/spi/loggingevent.h>
@@ -13,6 +18,7 @@
 namespace {
 
 using namespace Hv::Test;
+namespace fs = boost::filesystem;
 
 // Reaches the packing pass and the base's schedule.
 class TestAppender : public Hv::DailyRollingFileAppender {
@@ -43,8 +49,8 @@ void write(const std::string& path, const std::string& text) { std::ofstream(pat
 
 TEST(DailyRollingFileAppender, HeaderOncePacksBackupsOldestFirstAndCloseLeavesNoActiveFile)
 {
-    TempFolder folder;
-    const std::string file = (folder.path / "run").string();
+    TemporaryFolder folder;
+    const std::string file = (folder.path() / "run").string();
     int headers = 0;
     TestAppender* appender = nullptr;
     log4cplus::SharedAppenderPtr holder(appender = new TestAppender(file, [&] {
@@ -89,8 +95,8 @@ TEST(DailyRollingFileAppender, HeaderOncePacksBackupsOldestFirstAndCloseLeavesNo
 
 TEST(DailyRollingFileAppender, UnopenablePackKeepsBackupsForTheNextPass)
 {
-    TempFolder folder;
-    const std::string file = (folder.path / "run").string();
+    TemporaryFolder folder;
+    const std::string file = (folder.path() / "run").string();
     log4cplus::SharedAppenderPtr holder(new TestAppender(file, nullptr));
     auto& appender = static_cast<TestAppender&>(*holder);
     const std::string scheduled = appender.scheduled();
@@ -106,8 +112,8 @@ TEST(DailyRollingFileAppender, UnopenablePackKeepsBackupsForTheNextPass)
 
 TEST(DailyRollingFileAppender, FullDiskKeepsTheRolledTextUntilItIsPacked)
 {
-    TempFolder mountPoint;
-    const std::string folder = mountPoint.path.string();
+    TemporaryFolder mountPoint;
+    const std::string folder = mountPoint.path().string();
     if (std::system(("mount -t tmpfs -o size=128k tmpfs " + folder + " 2>/dev/null").c_str()) != 0)
         GTEST_SKIP() << "cannot mount a small tmpfs here";
     struct Unmount {

@@ -1,4 +1,9 @@
-#include "HvLoggerTestFiles.h"
+#include "HvTestSupport.h"
+
+#include <boost/filesystem.hpp>
+#include <gtest/gtest.h>
+
+#include <fstream>
 #include "HvSimpleLogger.h"
 #include "HvTrace.h"
 
@@ -19,6 +24,7 @@
 namespace {
 
 using namespace Hv::Test;
+namespace fs = boost::filesystem;
 
 const std::string DATE = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d,\d{3}\.\d{3})";
 const std::string HEADER = ", version 130.264.0, local time ";
@@ -53,17 +59,17 @@ void useLogFolder(const fs::path& folder) { setenv("HV_SOFTPHONE_LOG_DIR", folde
 
 TEST(SimpleLogger, RunWritesOneHeaderFirstIntoFileNamedByUtcTimeVersionAndPid)
 {
-    TempFolder logs;
+    TemporaryFolder logs;
     const std::time_t before = std::time(nullptr);
-    const pid_t pid = inChild([&] {
-        useLogFolder(logs.path);
+    const pid_t pid = inFreshProcess([&] {
+        useLogFolder(logs.path());
         Hv::SimpleLogger::initialize("HvLoggerTest");
         HV_LOG_DEBUG("first event");
         g_probe.trace(3, "tray");
     });
     const std::time_t after = std::time(nullptr);
 
-    const std::vector<fs::path> files = entries(logs.path / "HvLoggerTest");
+    const std::vector<fs::path> files = entries(logs.path() / "HvLoggerTest");
     ASSERT_EQ(files.size(), 1u);
     const std::string name = files[0].filename().string();
     bool named = false;
@@ -74,7 +80,7 @@ TEST(SimpleLogger, RunWritesOneHeaderFirstIntoFileNamedByUtcTimeVersionAndPid)
     }
     EXPECT_TRUE(named) << name;
 
-    const std::vector<std::string> lines = readLines(files[0]);
+    const std::vector<std::string> lines = splitLines(readFile(files[0]));
     ASSERT_GE(lines.size(), 9u);
     EXPECT_TRUE(std::regex_match(lines[0], std::regex(R"(\[INFO \] )" + DATE + R"( \[[^\]]+\] - HvLoggerTest, version 130\.264\.0, local time \d{4}-\d\d-\d\d \d\d:\d\d:\d\d \S+ \([+-]\d{4}\))")))
         << lines[0];
@@ -98,9 +104,9 @@ TEST(SimpleLogger, RunWritesOneHeaderFirstIntoFileNamedByUtcTimeVersionAndPid)
 
 TEST(SimpleLogger, InitializeTwiceSetsUpOnceAndSwitchesGateLogging)
 {
-    TempFolder logs;
-    inChild([&] {
-        useLogFolder(logs.path);
+    TemporaryFolder logs;
+    inFreshProcess([&] {
+        useLogFolder(logs.path());
         EXPECT_FALSE(Hv::SimpleLogger::isEnabled());
         const std::size_t threads = threadCount();
         Hv::SimpleLogger::initialize("First");
@@ -123,17 +129,17 @@ TEST(SimpleLogger, InitializeTwiceSetsUpOnceAndSwitchesGateLogging)
         { Hv::SimpleLogger::Suppressor suppressor; }
         EXPECT_TRUE(Hv::SimpleLogger::isEnabled()); // ending a suppressor always re-enables
     });
-    EXPECT_FALSE(fs::exists(logs.path / "Second"));
-    const std::vector<fs::path> files = entries(logs.path / "First");
+    EXPECT_FALSE(fs::exists(logs.path() / "Second"));
+    const std::vector<fs::path> files = entries(logs.path() / "First");
     ASSERT_EQ(files.size(), 1u);
-    EXPECT_EQ(countLines(readLines(files[0]), HEADER), 1u);
+    EXPECT_EQ(countLines(splitLines(readFile(files[0])), HEADER), 1u);
 }
 
 TEST(SimpleLogger, DestroyActsOnceOnlyAfterInitializeAndLeavesNoActiveFile)
 {
-    TempFolder logs;
-    inChild([&] {
-        useLogFolder(logs.path);
+    TemporaryFolder logs;
+    inFreshProcess([&] {
+        useLogFolder(logs.path());
         Hv::SimpleLogger::destroy();
         EXPECT_FALSE(Hv::SimpleLogger::isEnabled());
         const std::size_t threads = threadCount();
@@ -152,18 +158,18 @@ TEST(SimpleLogger, DestroyActsOnceOnlyAfterInitializeAndLeavesNoActiveFile)
     });
     // A process that exits right after destroy() must not crash in the cancelled thread's own exit.
     // (A separate program: a forked child cannot run log4cplus's exit code, its pool threads are gone.)
-    const std::string run = "HV_SOFTPHONE_LOG_DIR=" + logs.path.string() + " " HV_LOGGER_RUN_HELPER;
+    const std::string run = "HV_SOFTPHONE_LOG_DIR=" + logs.path().string() + " " HV_LOGGER_RUN_HELPER;
     for (int attempt = 0; attempt < 10; ++attempt)
         EXPECT_EQ(std::system(run.c_str()), 0) << "attempt " << attempt;
 
     // Left behind: the last part under its scheduled name (and its pack), no active file.
     fs::path last;
-    for (const fs::path& file : entries(logs.path / "Run")) {
+    for (const fs::path& file : entries(logs.path() / "Run")) {
         EXPECT_FALSE(std::regex_match(file.filename().string(), std::regex(R"(.*-130\.264\.0-\d+)"))) << file;
         if (file.extension() != ".gz")
             last = file;
     }
-    const std::vector<std::string> lines = readLines(last);
+    const std::vector<std::string> lines = splitLines(readFile(last));
     EXPECT_EQ(countLines(lines, HEADER), 1u);
     EXPECT_EQ(countLines(lines, "] - kept"), 1u);
     EXPECT_EQ(countLines(lines, "after destroy"), 0u);
@@ -171,10 +177,10 @@ TEST(SimpleLogger, DestroyActsOnceOnlyAfterInitializeAndLeavesNoActiveFile)
 
 TEST(SimpleLogger, UncreatableLogFolderThrowsNamingIt)
 {
-    TempFolder base;
-    const fs::path plainFile = base.path / "plain";
+    TemporaryFolder base;
+    const fs::path plainFile = base.path() / "plain";
     std::ofstream(plainFile.string()) << "not a folder";
-    inChild([&] {
+    inFreshProcess([&] {
         useLogFolder(plainFile / "logs");
         try {
             Hv::SimpleLogger::initialize("Tray");
@@ -190,31 +196,31 @@ TEST(SimpleLogger, UncreatableLogFolderThrowsNamingIt)
 
 TEST(SimpleLogger, LoggingGoesOnInFullOrReadOnlyFolder)
 {
-    TempFolder mountPoint;
-    const std::string folder = mountPoint.path.string();
+    TemporaryFolder mountPoint;
+    const std::string folder = mountPoint.path().string();
     if (std::system(("mount -t tmpfs -o size=64k tmpfs " + folder + " 2>/dev/null").c_str()) != 0)
         GTEST_SKIP() << "cannot mount a small tmpfs here";
-    inChild([&] {
-        useLogFolder(mountPoint.path / "full");
+    inFreshProcess([&] {
+        useLogFolder(mountPoint.path() / "full");
         Hv::SimpleLogger::initialize("Tray");
         for (int i = 0; i < 2000; ++i)
             HV_LOG_INFO(std::string(100, 'x') << ' ' << i);
         EXPECT_TRUE(Hv::SimpleLogger::isEnabled());
         Hv::SimpleLogger::destroy();
     });
-    EXPECT_FALSE(entries(mountPoint.path / "full" / "Tray").empty());
-    EXPECT_LT(fs::space(mountPoint.path).available, 8192u) << "the folder never filled up";
+    EXPECT_FALSE(entries(mountPoint.path() / "full" / "Tray").empty());
+    EXPECT_LT(fs::space(mountPoint.path()).available, 8192u) << "the folder never filled up";
 
-    fs::create_directories(mountPoint.path / "read-only" / "Tray");
+    fs::create_directories(mountPoint.path() / "read-only" / "Tray");
     ASSERT_EQ(std::system(("mount -o remount,ro " + folder).c_str()), 0);
-    inChild([&] {
-        useLogFolder(mountPoint.path / "read-only");
+    inFreshProcess([&] {
+        useLogFolder(mountPoint.path() / "read-only");
         Hv::SimpleLogger::initialize("Tray");
         for (int i = 0; i < 10; ++i)
             HV_LOG_INFO("lost " << i);
         Hv::SimpleLogger::destroy();
     });
-    EXPECT_TRUE(entries(mountPoint.path / "read-only" / "Tray").empty());
+    EXPECT_TRUE(entries(mountPoint.path() / "read-only" / "Tray").empty());
     EXPECT_EQ(std::system(("umount " + folder).c_str()), 0);
 }
 
@@ -227,12 +233,12 @@ TEST(SimpleLogger, DayChangeRollsPacksTheDayAndStartsTheNewFileWithHeader)
 #if HV_ADDRESS_SANITIZER
     GTEST_SKIP() << "libfaketime's preload deadlocks in AddressSanitizer's start-up";
 #endif
-    TempFolder logs;
-    const std::string command = "TZ=UTC HV_SOFTPHONE_LOG_DIR=" + logs.path.string() +
+    TemporaryFolder logs;
+    const std::string command = "TZ=UTC HV_SOFTPHONE_LOG_DIR=" + logs.path().string() +
                                 " faketime -f '@2024-03-05 21:30:00 x1440' " HV_LOGGER_RUN_HELPER " --across-midnight";
     ASSERT_EQ(std::system(command.c_str()), 0);
 
-    const fs::path folder = logs.path / "DayChange";
+    const fs::path folder = logs.path() / "DayChange";
     fs::path firstDay, secondDay;
     for (const fs::path& file : entries(folder)) {
         EXPECT_TRUE(file.extension() == ".2024-03-05" || file.extension() == ".2024-03-06" ||
@@ -251,7 +257,7 @@ TEST(SimpleLogger, DayChangeRollsPacksTheDayAndStartsTheNewFileWithHeader)
             packed.push_back(member);
     ASSERT_EQ(packed.size(), 2u) << "one member per earlier part of the day";
     const std::string firstDayText = packed[0] + packed[1] + readFile(firstDay);
-    const std::vector<std::string> secondDayLines = readLines(secondDay);
+    const std::vector<std::string> secondDayLines = splitLines(readFile(secondDay));
     ASSERT_FALSE(secondDayLines.empty());
     EXPECT_EQ(splitLines(packed[0]).at(0).find("[INFO ] 2024-03-05 21:30:"), 0u);
     EXPECT_NE(splitLines(packed[0]).at(0).find(HEADER), std::string::npos);

@@ -1,0 +1,181 @@
+#include "HvTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <boost/filesystem/operations.hpp>
+
+#include <zlib.h>
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+extern char** environ;
+
+namespace Hv::Test {
+
+TemporaryFolder::TemporaryFolder()
+{
+    char pattern[] = "/tmp/hv-test-XXXXXX";
+    if (::mkdtemp(pattern) == nullptr)
+        throw std::runtime_error("cannot create a temporary folder");
+    m_path = pattern;
+}
+
+TemporaryFolder::~TemporaryFolder()
+{
+    boost::system::error_code ignored;
+    boost::filesystem::remove_all(m_path, ignored);
+}
+
+std::string readFile(const boost::filesystem::path& path)
+{
+    std::ifstream in(path.string(), std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+void writeFile(const boost::filesystem::path& path, const std::string& text)
+{
+    if (path.has_parent_path())
+        boost::filesystem::create_directories(path.parent_path());
+    std::ofstream out(path.string(), std::ios::binary);
+    out << text;
+    if (!out)
+        throw std::runtime_error("cannot write " + path.string());
+}
+
+std::vector<std::string> splitLines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::size_t start = 0;
+    for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
+        lines.push_back(text.substr(start, end - start));
+    return lines;
+}
+
+std::string commandOutput(const std::string& command)
+{
+    std::string output;
+    if (FILE* const pipe = popen(command.c_str(), "r")) {
+        char buffer[4096];
+        while (const std::size_t got = std::fread(buffer, 1, sizeof(buffer), pipe))
+            output.append(buffer, got);
+        pclose(pipe);
+    }
+    return output;
+}
+
+std::vector<std::string> gzipMembers(const boost::filesystem::path& path)
+{
+    const std::string packed = readFile(path);
+    std::vector<std::string> members;
+    z_stream stream{};
+    if (inflateInit2(&stream, 16 + MAX_WBITS) != Z_OK)
+        return members;
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed.data()));
+    stream.avail_in = static_cast<uInt>(packed.size());
+    std::string member;
+    while (stream.avail_in > 0) {
+        char block[4096];
+        stream.next_out = reinterpret_cast<Bytef*>(block);
+        stream.avail_out = sizeof block;
+        const int result = inflate(&stream, Z_NO_FLUSH);
+        member.append(block, sizeof block - stream.avail_out);
+        if (result == Z_STREAM_END) {
+            members.push_back(member);
+            member.clear();
+            inflateReset(&stream);
+        } else if (result != Z_OK) {
+            members.push_back("<corrupt>");
+            break;
+        }
+    }
+    inflateEnd(&stream);
+    return members;
+}
+
+std::string frame(std::uint32_t length, const std::string& payload)
+{
+    std::string bytes(4, '\0');
+    for (int i = 0; i < 4; ++i)
+        bytes[i] = static_cast<char>((length >> (8 * i)) & 0xFF);
+    return bytes + payload;
+}
+
+pid_t inFreshProcess(const std::function<void()>& body)
+{
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        try {
+            body();
+        } catch (const std::exception& error) {
+            ADD_FAILURE() << "child threw: " << error.what();
+        }
+        std::fflush(nullptr);
+        _exit(::testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    EXPECT_TRUE(pid > 0 && waitpid(pid, &status, 0) == pid);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
+    return pid;
+}
+
+Process::Process(const std::vector<std::string>& arguments)
+{
+    std::vector<char*> argv;
+    for (const std::string& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    if (posix_spawn(&m_pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0)
+        m_pid = -1;
+}
+
+Process::Process(const std::function<void()>& body)
+{
+    std::fflush(nullptr);
+    m_pid = fork();
+    if (m_pid == 0) {
+        body();
+        _exit(0);
+    }
+}
+
+Process::~Process()
+{
+    if (m_pid > 0 && !m_status)
+        kill();
+}
+
+std::optional<int> Process::poll()
+{
+    if (!m_status && m_pid > 0) {
+        int status = 0;
+        if (::waitpid(m_pid, &status, WNOHANG) == m_pid)
+            m_status = status;
+    }
+    return m_status;
+}
+
+bool Process::exitedWith(int code)
+{
+    const std::optional<int> status = poll();
+    return status && WIFEXITED(*status) && WEXITSTATUS(*status) == code;
+}
+
+void Process::kill()
+{
+    ::kill(m_pid, SIGKILL);
+    int status = 0;
+    ::waitpid(m_pid, &status, 0);
+    m_status = status;
+}
+
+} // namespace Hv::Test
