@@ -125,23 +125,56 @@ uint32_t bsdState(uint32_t linuxState)
     return linuxState < sizeof(bsd) / sizeof(bsd[0]) ? bsd[linuxState] : UNKNOWN_STATE;
 }
 
+Parser::Parser(Table& table)
+    : m_table(table)
+{
+}
+
+void Parser::add(const char* text, std::size_t size)
+{
+    const char* p = text;
+    const char* const end = text + size;
+    while (p != end) {
+        const char* const lineEnd = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)));
+        if (lineEnd == nullptr) {
+            m_partial.append(p, end);
+            return;
+        }
+        if (m_partial.empty()) {
+            line(p, lineEnd);
+        } else {
+            m_partial.append(p, lineEnd);
+            line(m_partial.data(), m_partial.data() + m_partial.size());
+            m_partial.clear();
+        }
+        p = lineEnd + 1;
+    }
+}
+
+void Parser::finish()
+{
+    if (!m_partial.empty())
+        line(m_partial.data(), m_partial.data() + m_partial.size());
+    m_partial.clear();
+}
+
+void Parser::line(const char* begin, const char* end)
+{
+    if (m_header) {
+        m_header = false;
+        return;
+    }
+    uint64_t inode = 0;
+    Row row{};
+    if (parseLine(begin, end, inode, row) && inode != 0)
+        m_table.emplace(inode, row);
+}
+
 void parse(const char* text, std::size_t size, Table& table)
 {
-    const char* const end = text + size;
-    const char* line = static_cast<const char*>(std::memchr(text, '\n', size));
-    if (line == nullptr)
-        return; // the header line alone, or nothing
-    ++line;
-    while (line < end) {
-        const char* lineEnd = static_cast<const char*>(std::memchr(line, '\n', static_cast<std::size_t>(end - line)));
-        if (lineEnd == nullptr)
-            lineEnd = end;
-        uint64_t inode = 0;
-        Row row{};
-        if (parseLine(line, lineEnd, inode, row) && inode != 0)
-            table.emplace(inode, row);
-        line = lineEnd + 1;
-    }
+    Parser parser(table);
+    parser.add(text, size);
+    parser.finish();
 }
 
 uint64_t socketInode(const char* link, std::size_t size)

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <unordered_map>
 
 // The text of Linux's /proc/net/tcp and the "socket:[inode]" descriptor links, read into the
@@ -26,8 +27,27 @@ constexpr uint32_t UNKNOWN_STATE = 0xFFFFFFFF;
 // Linux TCP state number (TCP_ESTABLISHED = 1 ...) to the BSD number (TCPS_ESTABLISHED = 4 ...).
 uint32_t bsdState(uint32_t linuxState);
 
-// Adds the rows of the table text (header line first) to `table`. Malformed lines and rows
-// without an inode (no owning socket, e.g. TIME_WAIT) are skipped.
+// Adds the rows of the table text (header line first) to a table. Malformed lines and rows
+// without an inode (no owning socket, e.g. TIME_WAIT) are skipped. The text comes in pieces of
+// any size, as read() returns them, so that no buffer of the table's size is needed; only a
+// line cut at the end of a piece is kept over to the next.
+class Parser {
+public:
+    explicit Parser(Table& table);
+
+    void add(const char* text, std::size_t size);
+    // The last line, when the text does not end with a line end.
+    void finish();
+
+private:
+    void line(const char* begin, const char* end);
+
+    Table& m_table;
+    std::string m_partial;
+    bool m_header = true;
+};
+
+// The whole text at once.
 void parse(const char* text, std::size_t size, Table& table);
 
 // The inode of a descriptor link "socket:[12345]"; 0 for any other link.

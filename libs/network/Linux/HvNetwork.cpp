@@ -27,19 +27,17 @@ ProcNetTcp::Table readTcpTable()
     const ScopedDescriptor file(::open("/proc/net/tcp", O_RDONLY | O_CLOEXEC));
     if (file.fd < 0)
         return table;
-    std::vector<char> text(1 << 20);
-    std::size_t size = 0;
+    ProcNetTcp::Parser parser(table);
+    char text[1 << 16];
     for (;;) {
-        if (size == text.size())
-            text.resize(text.size() * 2);
-        const ssize_t got = ::read(file.fd, text.data() + size, text.size() - size);
+        const ssize_t got = ::read(file.fd, text, sizeof(text));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
             break;
-        size += static_cast<std::size_t>(got);
+        parser.add(text, static_cast<std::size_t>(got));
     }
-    ProcNetTcp::parse(text.data(), size, table);
+    parser.finish();
     return table;
 }
 

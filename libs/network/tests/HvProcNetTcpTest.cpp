@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <map>
 #include <string>
+#include <tuple>
+#include <vector>
 
 namespace {
 
@@ -61,6 +64,43 @@ TEST(ProcNetTcp, ParsesRowsByInode)
 
     EXPECT_TRUE(parse("").empty());
     EXPECT_TRUE(parse("  sl  local_address rem_address   st").empty());
+}
+
+// The table as read() hands it over: a line cut anywhere, even in the header or right after a
+// line end, gives the same rows as the whole text.
+TEST(ProcNetTcp, ParsesTextInPiecesLikeTheWhole)
+{
+    auto rows = [](const Table& table) {
+        std::map<uint64_t, std::tuple<uint32_t, uint32_t, uint16_t, uint32_t, uint16_t>> sorted;
+        for (const auto& [inode, row] : table)
+            sorted[inode] = {row.state, row.localAddress, row.localPort, row.remoteAddress, row.remotePort};
+        return sorted;
+    };
+    const auto whole = rows(parse(TABLE));
+    ASSERT_EQ(whole.size(), 4u);
+
+    auto inPieces = [](const std::string& text, const std::vector<std::size_t>& cuts) {
+        Table table;
+        Hv::Network::ProcNetTcp::Parser parser(table);
+        std::size_t from = 0;
+        for (const std::size_t cut : cuts) {
+            parser.add(text.data() + from, cut - from);
+            from = cut;
+        }
+        parser.add(text.data() + from, text.size() - from);
+        parser.finish();
+        return table;
+    };
+    for (std::size_t cut = 0; cut <= TABLE.size(); ++cut)
+        EXPECT_EQ(rows(inPieces(TABLE, {cut})), whole) << "cut at " << cut;
+    for (std::size_t step : {1u, 2u, 3u, 7u, 64u}) {
+        std::vector<std::size_t> cuts;
+        for (std::size_t cut = step; cut < TABLE.size(); cut += step)
+            cuts.push_back(cut);
+        EXPECT_EQ(rows(inPieces(TABLE, cuts)), whole) << "pieces of " << step;
+    }
+    // A text that ends with a line end leaves nothing over for finish().
+    EXPECT_EQ(rows(parse(TABLE + "\n")), whole);
 }
 
 TEST(ProcNetTcp, TranslatesLinuxStatesToBsdNumbers)
