@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace Hv::Network::ProcNetTcp {
@@ -125,6 +126,26 @@ uint32_t bsdState(uint32_t linuxState)
     return linuxState < sizeof(bsd) / sizeof(bsd[0]) ? bsd[linuxState] : UNKNOWN_STATE;
 }
 
+void Table::add(uint64_t inode, const Row& row)
+{
+    m_entries.emplace_back(inode, row);
+}
+
+void Table::sort()
+{
+    auto byInode = [](const Entry& a, const Entry& b) { return a.first < b.first; };
+    std::stable_sort(m_entries.begin(), m_entries.end(), byInode);
+    auto sameInode = [](const Entry& a, const Entry& b) { return a.first == b.first; };
+    m_entries.erase(std::unique(m_entries.begin(), m_entries.end(), sameInode), m_entries.end());
+}
+
+const Row* Table::find(uint64_t inode) const
+{
+    const auto entry = std::lower_bound(m_entries.begin(), m_entries.end(), inode,
+                                        [](const Entry& a, uint64_t b) { return a.first < b; });
+    return entry != m_entries.end() && entry->first == inode ? &entry->second : nullptr;
+}
+
 Parser::Parser(Table& table)
     : m_table(table)
 {
@@ -156,6 +177,7 @@ void Parser::finish()
     if (!m_partial.empty())
         line(m_partial.data(), m_partial.data() + m_partial.size());
     m_partial.clear();
+    m_table.sort();
 }
 
 void Parser::line(const char* begin, const char* end)
@@ -167,7 +189,7 @@ void Parser::line(const char* begin, const char* end)
     uint64_t inode = 0;
     Row row{};
     if (parseLine(begin, end, inode, row) && inode != 0)
-        m_table.emplace(inode, row);
+        m_table.add(inode, row);
 }
 
 void parse(const char* text, std::size_t size, Table& table)

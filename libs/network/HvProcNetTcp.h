@@ -3,7 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <unordered_map>
+#include <utility>
+#include <vector>
 
 // The text of Linux's /proc/net/tcp and the "socket:[inode]" descriptor links, read into the
 // values of Hv::Network::TcpConnectionInfo. Pure functions, so they are tested on every platform.
@@ -18,8 +19,23 @@ struct Row {
     uint16_t remotePort;
 };
 
-// Rows by socket inode.
-using Table = std::unordered_map<uint64_t, Row>;
+// Rows by socket inode: added in file order, then sorted once for the lookups of the descriptor
+// walk (one array instead of a node per row; measurably faster with tens of thousands of rows).
+class Table {
+public:
+    using Entry = std::pair<uint64_t, Row>;
+
+    void add(uint64_t inode, const Row& row);
+    // Orders the rows for find(); of rows with the same inode only the first added stays.
+    void sort();
+    // The row of the inode, or null. Valid after sort().
+    const Row* find(uint64_t inode) const;
+    // Ascending inodes after sort().
+    const std::vector<Entry>& entries() const { return m_entries; }
+
+private:
+    std::vector<Entry> m_entries;
+};
 
 // A state number that TcpConnectionInfo::state() does not know.
 constexpr uint32_t UNKNOWN_STATE = 0xFFFFFFFF;
@@ -36,7 +52,7 @@ public:
     explicit Parser(Table& table);
 
     void add(const char* text, std::size_t size);
-    // The last line, when the text does not end with a line end.
+    // The last line, when the text does not end with a line end; sorts the table.
     void finish();
 
 private:

@@ -96,12 +96,11 @@ bool readProcessConnections(int procFd, uint32_t pid, const ProcNetTcp::Table& t
         const uint64_t inode = ProcNetTcp::socketInode(link, static_cast<std::size_t>(size));
         if (inode == 0)
             continue;
-        const auto row = table.find(inode);
-        if (row == table.end())
+        const ProcNetTcp::Row* const row = table.find(inode);
+        if (row == nullptr)
             continue; // not an IPv4 TCP socket
-        const ProcNetTcp::Row& r = row->second;
-        records.emplace_back(pid, r.state, r.state == 4, r.localAddress, r.localPort, r.remoteAddress,
-                             r.remotePort);
+        records.emplace_back(pid, row->state, row->state == 4, row->localAddress, row->localPort,
+                             row->remoteAddress, row->remotePort);
     }
     return true;
 }
