@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace Hv::Network::ProcNetTcp {
@@ -125,23 +126,77 @@ uint32_t bsdState(uint32_t linuxState)
     return linuxState < sizeof(bsd) / sizeof(bsd[0]) ? bsd[linuxState] : UNKNOWN_STATE;
 }
 
+void Table::add(uint64_t inode, const Row& row)
+{
+    m_entries.emplace_back(inode, row);
+}
+
+void Table::sort()
+{
+    auto byInode = [](const Entry& a, const Entry& b) { return a.first < b.first; };
+    std::stable_sort(m_entries.begin(), m_entries.end(), byInode);
+    auto sameInode = [](const Entry& a, const Entry& b) { return a.first == b.first; };
+    m_entries.erase(std::unique(m_entries.begin(), m_entries.end(), sameInode), m_entries.end());
+}
+
+const Row* Table::find(uint64_t inode) const
+{
+    const auto entry = std::lower_bound(m_entries.begin(), m_entries.end(), inode,
+                                        [](const Entry& a, uint64_t b) { return a.first < b; });
+    return entry != m_entries.end() && entry->first == inode ? &entry->second : nullptr;
+}
+
+Parser::Parser(Table& table)
+    : m_table(table)
+{
+}
+
+void Parser::add(const char* text, std::size_t size)
+{
+    const char* p = text;
+    const char* const end = text + size;
+    while (p != end) {
+        const char* const lineEnd = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)));
+        if (lineEnd == nullptr) {
+            m_partial.append(p, end);
+            return;
+        }
+        if (m_partial.empty()) {
+            line(p, lineEnd);
+        } else {
+            m_partial.append(p, lineEnd);
+            line(m_partial.data(), m_partial.data() + m_partial.size());
+            m_partial.clear();
+        }
+        p = lineEnd + 1;
+    }
+}
+
+void Parser::finish()
+{
+    if (!m_partial.empty())
+        line(m_partial.data(), m_partial.data() + m_partial.size());
+    m_partial.clear();
+    m_table.sort();
+}
+
+void Parser::line(const char* begin, const char* end)
+{
+    if (m_header) {
+        m_header = false;
+        return;
+    }
+    uint64_t inode = 0;
+    Row row{};
+    if (parseLine(begin, end, inode, row) && inode != 0)
+        m_table.add(inode, row);
+}
+
 void parse(const char* text, std::size_t size, Table& table)
 {
-    const char* const end = text + size;
-    const char* line = static_cast<const char*>(std::memchr(text, '\n', size));
-    if (line == nullptr)
-        return; // the header line alone, or nothing
-    ++line;
-    while (line < end) {
-        const char* lineEnd = static_cast<const char*>(std::memchr(line, '\n', static_cast<std::size_t>(end - line)));
-        if (lineEnd == nullptr)
-            lineEnd = end;
-        uint64_t inode = 0;
-        Row row{};
-        if (parseLine(line, lineEnd, inode, row) && inode != 0)
-            table.emplace(inode, row);
-        line = lineEnd + 1;
-    }
+    Parser parser(table);
+    parser.add(text, size);
+    parser.finish();
 }
 
 uint64_t socketInode(const char* link, std::size_t size)

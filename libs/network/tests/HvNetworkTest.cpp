@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -162,6 +163,9 @@ TEST(TcpTable, ListsThisProcessConnectionsAndNoIpv6Listener)
     ASSERT_EQ(bind(ipv6, reinterpret_cast<const sockaddr*>(&address6), sizeof(address6)), 0);
     ASSERT_EQ(listen(ipv6, 1), 0);
     const uint16_t ipv6Port = localPort(ipv6);
+    // The listener once more under a descriptor number of several digits, read in number order.
+    const int highListener = fcntl(connection.listener, F_DUPFD_CLOEXEC, 123);
+    ASSERT_GE(highListener, 123);
 
     std::vector<std::string> lines;
     std::vector<uint32_t> pids;
@@ -173,15 +177,17 @@ TEST(TcpTable, ListsThisProcessConnectionsAndNoIpv6Listener)
         EXPECT_EQ(info.m_established, info.m_state == 4) << text(info);
     }
     close(ipv6);
+    close(highListener);
 
     const std::string port = std::to_string(connection.serverPort);
     const std::string other = std::to_string(connection.clientPort);
     const std::string pid = std::to_string(self);
-    // In descriptor order: listener, client end, server end.
+    // In descriptor order: listener, client end, server end, the listener's copy.
     const std::vector<std::string> expected = {
         "    TCP 127.0.0.1:" + port + " --> 0.0.0.0:0 LISTEN, PID " + pid,
         "    TCP 127.0.0.1:" + other + " --> 127.0.0.1:" + port + " ESTAB, PID " + pid,
         "    TCP 127.0.0.1:" + port + " --> 127.0.0.1:" + other + " ESTAB, PID " + pid,
+        "    TCP 127.0.0.1:" + port + " --> 0.0.0.0:0 LISTEN, PID " + pid,
     };
     EXPECT_EQ(lines, expected);
     // Processes come in ascending pid order.

@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
+#include <map>
 #include <string>
+#include <tuple>
+#include <vector>
 
 namespace {
 
@@ -20,6 +24,16 @@ Table parse(const std::string& text)
     Table table;
     Hv::Network::ProcNetTcp::parse(text.data(), text.size(), table);
     return table;
+}
+
+Row rowOf(const Table& table, uint64_t inode)
+{
+    const Row* const row = table.find(inode);
+    if (row == nullptr) {
+        ADD_FAILURE() << "no row for inode " << inode;
+        return Row{};
+    }
+    return *row;
 }
 
 // Lines as a little-endian kernel writes them: the address word is the network-order word read
@@ -39,28 +53,91 @@ TEST(ProcNetTcp, ParsesRowsByInode)
 {
     const Table table = parse(TABLE);
     // Rows 2 (no inode: TIME_WAIT), 4 (garbage), 5 (no inode field), 10 (IPv6 width) are skipped.
-    ASSERT_EQ(table.size(), 4u);
+    ASSERT_EQ(table.entries().size(), 4u);
 
-    const Row& listener = table.at(27187);
+    const Row listener = rowOf(table, 27187);
     EXPECT_EQ(listener.state, 1u); // LISTEN
     EXPECT_EQ(listener.localAddress, ip(127, 0, 0, 1));
     EXPECT_EQ(listener.localPort, 8080);
     EXPECT_EQ(listener.remoteAddress, 0u);
     EXPECT_EQ(listener.remotePort, 0);
 
-    const Row& established = table.at(99001);
+    const Row established = rowOf(table, 99001);
     EXPECT_EQ(established.state, 4u);
     EXPECT_EQ(established.localAddress, ip(10, 0, 2, 15));
     EXPECT_EQ(established.localPort, 50000);
     EXPECT_EQ(established.remoteAddress, ip(192, 168, 1, 42));
     EXPECT_EQ(established.remotePort, 443);
 
-    EXPECT_EQ(table.at(4242).state, 5u); // CLOSE_WAIT
+    EXPECT_EQ(rowOf(table, 4242).state, 5u); // CLOSE_WAIT
     // The last line has no line end; NEW_SYN_RECV has no BSD counterpart.
-    EXPECT_EQ(table.at(777).state, Hv::Network::ProcNetTcp::UNKNOWN_STATE);
+    EXPECT_EQ(rowOf(table, 777).state, Hv::Network::ProcNetTcp::UNKNOWN_STATE);
+    // Inodes of skipped rows and inodes in no row at all.
+    for (const uint64_t absent : {0ull, 555ull, 1ull, 27186ull, 27188ull, 99999ull, ~0ull})
+        EXPECT_EQ(table.find(absent), nullptr) << absent;
 
-    EXPECT_TRUE(parse("").empty());
-    EXPECT_TRUE(parse("  sl  local_address rem_address   st").empty());
+    EXPECT_TRUE(parse("").entries().empty());
+    EXPECT_TRUE(parse("  sl  local_address rem_address   st").entries().empty());
+}
+
+// Lookups need every inode in order, whatever order the file has; a socket listed twice (the
+// kernel's walk can meet it in two hash chains) keeps its first row, as a map's insert would.
+TEST(ProcNetTcp, LooksUpEveryInodeOfAnUnorderedTable)
+{
+    std::string text = "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n";
+    std::vector<uint64_t> inodes;
+    for (uint64_t i = 0; i < 500; ++i)
+        inodes.push_back((i * 7919) % 1000 + 1); // 500 distinct inodes in scrambled order
+    inodes.push_back(inodes[10]);
+    for (std::size_t i = 0; i < inodes.size(); ++i) {
+        char line[160];
+        std::snprintf(line, sizeof(line),
+                      "%4zu: 0100007F:%04zX 00000000:0000 0A 00000000:00000000 00:00000000 00000000     0        0 %llu 1\n",
+                      i, i, static_cast<unsigned long long>(inodes[i]));
+        text += line;
+    }
+    const Table table = parse(text);
+    ASSERT_EQ(table.entries().size(), 500u);
+    for (std::size_t i = 0; i + 1 < inodes.size(); ++i)
+        EXPECT_EQ(rowOf(table, inodes[i]).localPort, i) << "inode " << inodes[i];
+    EXPECT_EQ(table.find(1001), nullptr);
+}
+
+// The table as read() hands it over: a line cut anywhere, even in the header or right after a
+// line end, gives the same rows as the whole text.
+TEST(ProcNetTcp, ParsesTextInPiecesLikeTheWhole)
+{
+    auto rows = [](const Table& table) {
+        std::map<uint64_t, std::tuple<uint32_t, uint32_t, uint16_t, uint32_t, uint16_t>> sorted;
+        for (const auto& [inode, row] : table.entries())
+            sorted[inode] = {row.state, row.localAddress, row.localPort, row.remoteAddress, row.remotePort};
+        return sorted;
+    };
+    const auto whole = rows(parse(TABLE));
+    ASSERT_EQ(whole.size(), 4u);
+
+    auto inPieces = [](const std::string& text, const std::vector<std::size_t>& cuts) {
+        Table table;
+        Hv::Network::ProcNetTcp::Parser parser(table);
+        std::size_t from = 0;
+        for (const std::size_t cut : cuts) {
+            parser.add(text.data() + from, cut - from);
+            from = cut;
+        }
+        parser.add(text.data() + from, text.size() - from);
+        parser.finish();
+        return table;
+    };
+    for (std::size_t cut = 0; cut <= TABLE.size(); ++cut)
+        EXPECT_EQ(rows(inPieces(TABLE, {cut})), whole) << "cut at " << cut;
+    for (std::size_t step : {1u, 2u, 3u, 7u, 64u}) {
+        std::vector<std::size_t> cuts;
+        for (std::size_t cut = step; cut < TABLE.size(); cut += step)
+            cuts.push_back(cut);
+        EXPECT_EQ(rows(inPieces(TABLE, cuts)), whole) << "pieces of " << step;
+    }
+    // A text that ends with a line end leaves nothing over for finish().
+    EXPECT_EQ(rows(parse(TABLE + "\n")), whole);
 }
 
 TEST(ProcNetTcp, TranslatesLinuxStatesToBsdNumbers)
