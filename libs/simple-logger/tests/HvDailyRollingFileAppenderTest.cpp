@@ -85,22 +85,6 @@ TEST(DailyRollingFileAppender, HeaderOncePacksBackupsOldestFirstAndCloseLeavesNo
     EXPECT_EQ(joined(gzipMembers(scheduled + ".gz")), "3\n2\n1\nheader\nfirst\nsecond\n");
 }
 
-TEST(DailyRollingFileAppender, UnopenablePackKeepsBackupsForTheNextPass)
-{
-    TemporaryFolder folder;
-    log4cplus::SharedAppenderPtr holder(new TestAppender((folder.path() / "run").string()));
-    auto& appender = static_cast<TestAppender&>(*holder);
-    const std::string scheduled = appender.scheduled();
-    fs::create_directory(scheduled + ".gz");
-    writeFile(scheduled + ".1", "one\n");
-    appender.compresslogs(false);
-    EXPECT_EQ(readFile(scheduled + ".2"), "one\n"); // shifted by the rollover, not packed
-    fs::remove(scheduled + ".gz");
-    appender.compresslogs(false);
-    EXPECT_EQ(joined(gzipMembers(scheduled + ".gz")), "one\n");
-    EXPECT_FALSE(fs::exists(scheduled + ".3"));
-}
-
 TEST(DailyRollingFileAppender, FullDiskKeepsTheRolledTextUntilItIsPacked)
 {
     TemporaryFolder mountPoint;
