@@ -127,7 +127,6 @@ TEST(PlatformLockDescriptor, ParksTheDescriptorOnDevNull)
     int ends[2];
     ASSERT_EQ(0, ::pipe(ends));
     const int kept = Hv::lockDescriptor(ends[1]);
-    ASSERT_GE(kept, 0);
     EXPECT_EQ(1, ::write(ends[1], "x", 1));
     EXPECT_EQ(1, ::write(kept, "y", 1));
     ::close(ends[1]);
