@@ -2,7 +2,6 @@
 
 #include "HvSimpleLogger.h"
 
-#include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
 
 #include <cstdlib>
@@ -15,36 +14,31 @@ namespace {
 class MemoryAppender : public log4cplus::Appender {
 public:
     ~MemoryAppender() override { destructorImpl(); }
-
     void close() override { closed = true; }
 
-    std::vector<LogLine> lines() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_lines;
-    }
-
-    void clear()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_lines.clear();
-    }
+    // The test's thread reads while others may log.
+    std::mutex mutex;
+    std::vector<LogLine> lines;
 
 protected:
     void append(const log4cplus::spi::InternalLoggingEvent& event) override
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_lines.push_back({event.getLogLevel(), LOG4CPLUS_TSTRING_TO_STRING(event.getMessage()),
-                           LOG4CPLUS_TSTRING_TO_STRING(event.getFunction()),
-                           LOG4CPLUS_TSTRING_TO_STRING(event.getFile()), event.getLine()});
+        std::lock_guard<std::mutex> lock(mutex);
+        lines.push_back({event.getLogLevel(), LOG4CPLUS_TSTRING_TO_STRING(event.getMessage()),
+                         LOG4CPLUS_TSTRING_TO_STRING(event.getFunction()),
+                         LOG4CPLUS_TSTRING_TO_STRING(event.getFile()), event.getLine()});
     }
-
-private:
-    mutable std::mutex m_mutex;
-    std::vector<LogLine> m_lines;
 };
 
-void initializeLoggerOnce()
+MemoryAppender& memory(const log4cplus::SharedAppenderPtr& appender)
+{
+    return static_cast<MemoryAppender&>(*appender);
+}
+
+} // namespace
+
+LogCapture::LogCapture()
+    : m_appender(new MemoryAppender)
 {
     static const bool initialized = [] {
         if (std::getenv("HV_SOFTPHONE_LOG_DIR") == nullptr) {
@@ -61,19 +55,6 @@ void initializeLoggerOnce()
     }();
     (void)initialized;
     Hv::SimpleLogger::enable();
-}
-
-MemoryAppender& memory(const log4cplus::SharedAppenderPtr& appender)
-{
-    return static_cast<MemoryAppender&>(*appender);
-}
-
-} // namespace
-
-LogCapture::LogCapture()
-    : m_appender(new MemoryAppender)
-{
-    initializeLoggerOnce();
     Hv::SimpleLogger::logger().addAppender(m_appender);
 }
 
@@ -84,15 +65,15 @@ LogCapture::~LogCapture()
 
 std::vector<LogLine> LogCapture::lines() const
 {
-    return memory(m_appender).lines();
+    std::lock_guard<std::mutex> lock(memory(m_appender).mutex);
+    return memory(m_appender).lines;
 }
 
 std::size_t LogCapture::count(int level, const std::string& text) const
 {
     std::size_t found = 0;
     for (const LogLine& line : lines())
-        if (line.level == level && line.message.find(text) != std::string::npos)
-            ++found;
+        found += line.level == level && line.message.find(text) != std::string::npos;
     return found;
 }
 
@@ -107,7 +88,8 @@ std::vector<std::string> LogCapture::messages(int level) const
 
 void LogCapture::clear()
 {
-    memory(m_appender).clear();
+    std::lock_guard<std::mutex> lock(memory(m_appender).mutex);
+    memory(m_appender).lines.clear();
 }
 
 } // namespace Hv::Test

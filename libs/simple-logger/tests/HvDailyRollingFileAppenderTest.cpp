@@ -4,8 +4,6 @@
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include <log4cplus/layout.h>
 #include <log4cplus/spi/loggingevent.h>
 
@@ -23,18 +21,21 @@ namespace fs = boost::filesystem;
 // Reaches the packing pass and the base's schedule.
 class TestAppender : public Hv::DailyRollingFileAppender {
 public:
-    using Hv::DailyRollingFileAppender::DailyRollingFileAppender;
+    TestAppender(const std::string& file, std::function<void()> onNewFile = nullptr)
+        : Hv::DailyRollingFileAppender(file, std::move(onNewFile))
+    {
+        setLayout(std::make_unique<log4cplus::PatternLayout>(LOG4CPLUS_TEXT("%m%n")));
+        // Keeps a run near midnight from rolling on its own.
+        nextRolloverTime = log4cplus::helpers::now() + std::chrono::hours(48);
+    }
     using Hv::DailyRollingFileAppender::compresslogs;
-    std::string scheduled() const { return LOG4CPLUS_TSTRING_TO_STRING(scheduledFilename); }
-    // Keeps a test run near midnight from rolling on its own.
-    void postponeDayChange() { nextRolloverTime = log4cplus::helpers::now() + std::chrono::hours(48); }
+    std::string scheduled() const { return scheduledFilename; }
 };
 
 log4cplus::spi::InternalLoggingEvent event(const std::string& text,
                                            log4cplus::helpers::Time time = log4cplus::helpers::now())
 {
-    return {LOG4CPLUS_TEXT("test"), log4cplus::INFO_LOG_LEVEL, {}, {}, LOG4CPLUS_STRING_TO_TSTRING(text),
-            LOG4CPLUS_TEXT("thread"), LOG4CPLUS_TEXT("thread"), time, "file", 1, {}};
+    return {"test", log4cplus::INFO_LOG_LEVEL, {}, {}, text, "thread", "thread", time, "file", 1, {}};
 }
 
 std::string joined(const std::vector<std::string>& parts)
@@ -44,8 +45,6 @@ std::string joined(const std::vector<std::string>& parts)
         text += part;
     return text;
 }
-
-void write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
 
 TEST(DailyRollingFileAppender, HeaderOncePacksBackupsOldestFirstAndCloseLeavesNoActiveFile)
 {
@@ -57,57 +56,33 @@ TEST(DailyRollingFileAppender, HeaderOncePacksBackupsOldestFirstAndCloseLeavesNo
         ++headers;
         appender->doAppend(event("header"));
     }));
-    appender->setLayout(std::make_unique<log4cplus::PatternLayout>(LOG4CPLUS_TEXT("%m%n")));
-    appender->postponeDayChange();
     appender->doAppend(event("first"));
     appender->doAppend(event("second"));
-    EXPECT_EQ(headers, 1);
     EXPECT_EQ(readFile(file), "header\nfirst\nsecond\n");
 
     const std::string scheduled = appender->scheduled();
-    ASSERT_EQ(scheduled.rfind(file + ".", 0), 0u) << scheduled;
-    write(scheduled + ".1", "one\n");
-    write(scheduled + ".2", "two\n");
-    write(scheduled + ".3", "three\n");
+    for (const std::string n : {"1", "2", "3"})
+        writeFile(scheduled + "." + n, n + "\n");
     appender->compresslogs(false);
-    EXPECT_EQ(gzipMembers(scheduled + ".gz"), (std::vector<std::string>{"three\n", "two\n", "one\n"}));
+    EXPECT_EQ(gzipMembers(scheduled + ".gz"), (std::vector<std::string>{"3\n", "2\n", "1\n"}));
     for (const char* backup : {".1", ".2", ".3", ".4"})
         EXPECT_FALSE(fs::exists(scheduled + backup)) << backup;
     EXPECT_EQ(readFile(scheduled), "header\nfirst\nsecond\n");
     EXPECT_EQ(readFile(file), "");
-    EXPECT_EQ(appender->scheduled(), scheduled);
 
     // After a pause of over an hour the next event packs once (one more member); the one after does not.
     appender->doAppend(event("late", log4cplus::helpers::now() + std::chrono::seconds(3601)));
     appender->doAppend(event("again"));
-    const std::vector<std::string> members = gzipMembers(scheduled + ".gz");
-    ASSERT_EQ(members.size(), 4u);
-    EXPECT_EQ(members[3], "header\nfirst\nsecond\n");
+    EXPECT_EQ(gzipMembers(scheduled + ".gz"), (std::vector<std::string>{"3\n", "2\n", "1\n", "header\nfirst\nsecond\n"}));
     EXPECT_EQ(readFile(file), "late\nagain\n");
     EXPECT_EQ(headers, 1);
+    EXPECT_EQ(appender->scheduled(), scheduled);
 
     appender->close();
     appender->close();
     EXPECT_FALSE(fs::exists(file));
     EXPECT_EQ(readFile(scheduled), "late\nagain\n");
-    EXPECT_EQ(joined(gzipMembers(scheduled + ".gz")), "three\ntwo\none\nheader\nfirst\nsecond\n");
-}
-
-TEST(DailyRollingFileAppender, UnopenablePackKeepsBackupsForTheNextPass)
-{
-    TemporaryFolder folder;
-    const std::string file = (folder.path() / "run").string();
-    log4cplus::SharedAppenderPtr holder(new TestAppender(file, nullptr));
-    auto& appender = static_cast<TestAppender&>(*holder);
-    const std::string scheduled = appender.scheduled();
-    fs::create_directory(scheduled + ".gz");
-    write(scheduled + ".1", "one\n");
-    appender.compresslogs(false);
-    EXPECT_EQ(readFile(scheduled + ".2"), "one\n"); // shifted by the rollover, not packed
-    fs::remove(scheduled + ".gz");
-    appender.compresslogs(false);
-    EXPECT_EQ(joined(gzipMembers(scheduled + ".gz")), "one\n");
-    EXPECT_FALSE(fs::exists(scheduled + ".3"));
+    EXPECT_EQ(joined(gzipMembers(scheduled + ".gz")), "3\n2\n1\nheader\nfirst\nsecond\n");
 }
 
 TEST(DailyRollingFileAppender, FullDiskKeepsTheRolledTextUntilItIsPacked)
@@ -121,19 +96,16 @@ TEST(DailyRollingFileAppender, FullDiskKeepsTheRolledTextUntilItIsPacked)
         ~Unmount() { (void)std::system(("umount " + folder).c_str()); }
     } unmount{folder};
 
-    const std::string file = folder + "/run";
-    log4cplus::SharedAppenderPtr holder(new TestAppender(file, nullptr));
+    log4cplus::SharedAppenderPtr holder(new TestAppender(folder + "/run"));
     auto& appender = static_cast<TestAppender&>(*holder);
-    appender.postponeDayChange();
     const std::string scheduled = appender.scheduled();
     // Random bytes do not shrink, so packing them needs room the disk no longer has.
     std::string text(40 * 1024, '\0');
     std::mt19937 random(7);
     for (char& c : text)
         c = static_cast<char>(random());
-    write(scheduled + ".1", text);
-    const std::string filler = folder + "/filler";
-    const int fd = ::open(filler.c_str(), O_WRONLY | O_CREAT, 0600);
+    writeFile(scheduled + ".1", text);
+    const int fd = ::open((folder + "/filler").c_str(), O_WRONLY | O_CREAT, 0600);
     const std::string block(4096, 'f');
     while (::write(fd, block.data(), block.size()) > 0) {
     }
@@ -143,7 +115,7 @@ TEST(DailyRollingFileAppender, FullDiskKeepsTheRolledTextUntilItIsPacked)
     EXPECT_EQ(readFile(scheduled + ".2"), text); // shifted by the rollover, kept
     EXPECT_TRUE(gzipMembers(scheduled + ".gz").empty()) << "a broken member was left in the pack";
 
-    fs::remove(filler);
+    fs::remove(folder + "/filler");
     appender.compresslogs(false);
     EXPECT_EQ(joined(gzipMembers(scheduled + ".gz")), text);
     EXPECT_FALSE(fs::exists(scheduled + ".3"));

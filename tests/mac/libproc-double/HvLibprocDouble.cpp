@@ -1,7 +1,6 @@
 #include "HvLibprocScript.h"
 
 #include <arpa/inet.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <cstring>
@@ -19,27 +18,24 @@ void reset()
     script() = Script();
 }
 
-socket_fdinfo inetSocket(int family, int kind, int state, const char* localAddress, uint16_t localPort,
-                         const char* remoteAddress, uint16_t remotePort)
+socket_fdinfo inetSocket(int state, const char* local, uint16_t localPort, const char* remote, uint16_t remotePort,
+                     int family, int kind)
 {
-    socket_fdinfo info;
-    std::memset(&info, 0, sizeof(info));
+    socket_fdinfo info{};
     info.psi.soi_family = family;
     info.psi.soi_kind = kind;
     tcp_sockinfo& tcp = info.psi.soi_proto.pri_tcp;
     tcp.tcpsi_state = state;
     tcp.tcpsi_ini.insi_lport = htons(localPort);
     tcp.tcpsi_ini.insi_fport = htons(remotePort);
-    inet_pton(AF_INET, localAddress, &tcp.tcpsi_ini.insi_laddr.ina_46.i46a_addr4);
-    inet_pton(AF_INET, remoteAddress, &tcp.tcpsi_ini.insi_faddr.ina_46.i46a_addr4);
+    inet_pton(AF_INET, local, &tcp.tcpsi_ini.insi_laddr.ina_46.i46a_addr4);
+    inet_pton(AF_INET, remote, &tcp.tcpsi_ini.insi_faddr.ina_46.i46a_addr4);
     return info;
 }
 
-socket_fdinfo tcpSocket(int state, const char* localAddress, uint16_t localPort, const char* remoteAddress,
-                        uint16_t remotePort)
-{
-    return inetSocket(AF_INET, SOCKINFO_TCP, state, localAddress, localPort, remoteAddress, remotePort);
-}
+} // namespace Hv::Test::Libproc
+
+using namespace Hv::Test::Libproc;
 
 namespace {
 
@@ -49,11 +45,16 @@ const Process* findProcess(int pid)
     return found == script().processes.end() ? nullptr : &found->second;
 }
 
+// Copies as many items as the buffer has room for; returns their size in bytes.
+template <typename T>
+int fill(void* buffer, int buffersize, const std::vector<T>& items)
+{
+    const std::size_t count = std::min(static_cast<std::size_t>(std::max(buffersize, 0)) / sizeof(T), items.size());
+    std::copy_n(items.begin(), count, static_cast<T*>(buffer));
+    return static_cast<int>(count * sizeof(T));
+}
+
 } // namespace
-
-} // namespace Hv::Test::Libproc
-
-using namespace Hv::Test::Libproc;
 
 extern "C" int proc_listpids(uint32_t type, uint32_t, void* buffer, int buffersize)
 {
@@ -74,61 +75,42 @@ extern "C" int proc_listpids(uint32_t type, uint32_t, void* buffer, int buffersi
         current.listResultOverrides.erase(current.listResultOverrides.begin());
         return result;
     }
-    const std::size_t room = buffersize > 0 ? static_cast<std::size_t>(buffersize) / sizeof(int) : 0;
-    const std::size_t count = std::min(room, current.pids.size());
-    std::memcpy(buffer, current.pids.data(), count * sizeof(int));
-    return static_cast<int>(count * sizeof(int));
+    return fill(buffer, buffersize, current.pids);
 }
 
 extern "C" int proc_pidinfo(int pid, int flavor, uint64_t, void* buffer, int buffersize)
 {
-    Script& current = script();
     const Process* process = findProcess(pid);
-    if (flavor == PROC_PIDTASKALLINFO) {
-        current.taskInfoPids.push_back(pid);
-        if (process == nullptr)
-            return 0;
-        if (buffersize < static_cast<int>(sizeof(proc_taskallinfo)))
-            return -1;
-        if (process->taskInfoResult != static_cast<int>(sizeof(proc_taskallinfo)))
-            return process->taskInfoResult;
-        proc_taskallinfo info;
-        std::memset(&info, 0, sizeof(info));
-        info.pbsd.pbi_pid = static_cast<uint32_t>(pid);
-        info.pbsd.pbi_uid = process->uid;
-        // Up to 32 bytes, without a terminator when the name fills them, as the kernel keeps it.
-        std::memcpy(info.pbsd.pbi_name, process->name.data(), std::min(process->name.size(), sizeof(info.pbsd.pbi_name)));
-        info.pbsd.pbi_nfiles = process->openFiles ? *process->openFiles
-                                                  : static_cast<uint32_t>(process->descriptors.size());
-        std::memcpy(buffer, &info, sizeof(info));
-        return static_cast<int>(sizeof(info));
-    }
     if (flavor == PROC_PIDLISTFDS) {
-        current.listFdsBufferSizes.push_back(buffersize);
-        if (process == nullptr)
-            return 0;
-        const std::size_t room = buffersize > 0 ? static_cast<std::size_t>(buffersize) / sizeof(proc_fdinfo) : 0;
-        const std::size_t count = std::min(room, process->descriptors.size());
-        auto* out = static_cast<proc_fdinfo*>(buffer);
-        for (std::size_t i = 0; i < count; ++i)
-            out[i] = proc_fdinfo{process->descriptors[i].fd, process->descriptors[i].type};
-        return static_cast<int>(count * sizeof(proc_fdinfo));
+        script().listFdsBufferSizes.push_back(buffersize);
+        std::vector<proc_fdinfo> descriptors;
+        for (const Descriptor& descriptor : process ? process->descriptors : std::vector<Descriptor>())
+            descriptors.push_back({descriptor.fd, PROX_FDTYPE_SOCKET});
+        return fill(buffer, buffersize, descriptors);
     }
-    return -1;
+    if (flavor != PROC_PIDTASKALLINFO || buffersize < static_cast<int>(sizeof(proc_taskallinfo)))
+        return -1;
+    script().taskInfoPids.push_back(pid);
+    if (process == nullptr || process->taskInfoResult != static_cast<int>(sizeof(proc_taskallinfo)))
+        return process ? process->taskInfoResult : 0;
+    proc_taskallinfo info{};
+    info.pbsd.pbi_uid = process->uid;
+    std::memcpy(info.pbsd.pbi_name, process->name.data(), std::min(process->name.size(), sizeof(info.pbsd.pbi_name)));
+    info.pbsd.pbi_nfiles = static_cast<uint32_t>(process->descriptors.size());
+    std::memcpy(buffer, &info, sizeof(info));
+    return static_cast<int>(sizeof(info));
 }
 
 extern "C" int proc_pidfdinfo(int pid, int fd, int flavor, void* buffer, int buffersize)
 {
-    Script& current = script();
-    current.socketInfoQueries.emplace_back(pid, fd);
     const Process* process = findProcess(pid);
     if (process == nullptr || flavor != PROC_PIDFDSOCKETINFO || buffersize < static_cast<int>(sizeof(socket_fdinfo)))
         return 0;
     for (const Descriptor& descriptor : process->descriptors) {
-        if (descriptor.fd != fd || !descriptor.socket)
-            continue;
-        std::memcpy(buffer, &*descriptor.socket, sizeof(socket_fdinfo));
-        return descriptor.socketResult;
+        if (descriptor.fd == fd) {
+            std::memcpy(buffer, &descriptor.socket, sizeof(socket_fdinfo));
+            return descriptor.result;
+        }
     }
     return 0;
 }

@@ -5,8 +5,6 @@
 
 #include <sys/proc_info.h>
 
-#include <stdint.h>
-
 #ifdef __cplusplus
 extern "C" {
 #endif

@@ -1,7 +1,7 @@
 #pragma once
 
 // <AppKit/AppKit.h>: the application object and its delegate, the status bar, menus, images and
-// the workspace's file viewer.
+// the workspace's file viewer. Members are declared on the class the units use them through.
 
 #include <CoreGraphics/CoreGraphics.h>
 #include <Foundation/Foundation.h>
@@ -12,21 +12,9 @@ typedef NSString* NSImageName;
 + (NSImage*)imageNamed:(NSImageName)name;
 @end
 
-@interface NSResponder : NSObject
-@end
-
-@interface NSView : NSResponder
-@property (copy) NSString* toolTip;
-@end
-
-@interface NSControl : NSView
-@end
-
-@interface NSButton : NSControl
+@interface NSStatusBarButton : NSObject
 @property (strong) NSImage* image;
-@end
-
-@interface NSStatusBarButton : NSButton
+@property (copy) NSString* toolTip;
 @end
 
 @interface NSMenuItem : NSObject
@@ -37,8 +25,6 @@ typedef NSString* NSImageName;
 - (instancetype)initWithTitle:(NSString*)title;
 - (NSMenuItem*)addItemWithTitle:(NSString*)string action:(SEL)selector keyEquivalent:(NSString*)charCode;
 @end
-
-static const CGFloat NSVariableStatusItemLength = -1;
 
 @interface NSStatusItem : NSObject
 @property (readonly, strong) NSStatusBarButton* button;
@@ -56,7 +42,7 @@ static const CGFloat NSVariableStatusItemLength = -1;
 - (void)applicationWillTerminate:(NSNotification*)notification;
 @end
 
-@interface NSApplication : NSResponder
+@interface NSApplication : NSObject
 @property (class, readonly, strong) __kindof NSApplication* sharedApplication;
 @property (weak) id<NSApplicationDelegate> delegate;
 - (void)run;

@@ -27,30 +27,17 @@ typedef CFStringRef CFRunLoopMode;
 
 extern const CFAllocatorRef kCFAllocatorDefault;
 extern const CFBooleanRef kCFBooleanTrue;
-extern const CFBooleanRef kCFBooleanFalse;
 extern const CFRunLoopMode kCFRunLoopCommonModes;
 
 void CFRelease(CFTypeRef cf);
 
-CFStringRef __CFStringMakeConstantString(const char* cStr);
-#if defined(__has_builtin) && __has_builtin(__builtin___CFStringMakeConstantString)
 #define CFSTR(cStr) ((CFStringRef)__builtin___CFStringMakeConstantString("" cStr ""))
-#else
-#define CFSTR(cStr) __CFStringMakeConstantString("" cStr "")
-#endif
 
 const void* CFDictionaryGetValue(CFDictionaryRef theDict, const void* key);
 
 CFAbsoluteTime CFAbsoluteTimeGetCurrent(void);
 
-typedef struct {
-    CFIndex version;
-    void* info;
-    const void* (*retain)(const void* info);
-    void (*release)(const void* info);
-    CFStringRef (*copyDescription)(const void* info);
-} CFRunLoopTimerContext;
-
+typedef struct CFRunLoopTimerContext CFRunLoopTimerContext; /* its fields are not used */
 typedef void (*CFRunLoopTimerCallBack)(CFRunLoopTimerRef timer, void* info);
 
 CFRunLoopRef CFRunLoopGetCurrent(void);
@@ -58,13 +45,6 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime 
                                        CFOptionFlags flags, CFIndex order, CFRunLoopTimerCallBack callout,
                                        CFRunLoopTimerContext* context);
 void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode);
-
-enum {
-    kCFUserNotificationStopAlertLevel = 0,
-    kCFUserNotificationNoteAlertLevel = 1,
-    kCFUserNotificationCautionAlertLevel = 2,
-    kCFUserNotificationPlainAlertLevel = 3
-};
 
 SInt32 CFUserNotificationDisplayAlert(CFTimeInterval timeout, CFOptionFlags flags, CFURLRef iconURL, CFURLRef soundURL,
                                       CFURLRef localizationURL, CFStringRef alertHeader, CFStringRef alertMessage,

@@ -8,11 +8,7 @@
 extern "C" {
 #endif
 
-#if defined(__LP64__) && __LP64__
-typedef double CGFloat;
-#else
-typedef float CGFloat;
-#endif
+typedef double CGFloat; /* 64-bit targets */
 
 CFDictionaryRef CGSessionCopyCurrentDictionary(void);
 

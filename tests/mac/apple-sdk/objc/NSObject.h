@@ -5,7 +5,6 @@
 #include <objc/objc.h>
 
 @protocol NSObject
-- (BOOL)isEqual:(id)object;
 @end
 
 OBJC_ROOT_CLASS
