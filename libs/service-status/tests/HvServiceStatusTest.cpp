@@ -2,21 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
-namespace {
-
 using State = Hv::ServiceStatus::ConnectionState;
 using Error = Hv::ServiceStatus::ErrorCode;
 
 TEST(ServiceStatus, ParsesExactTextAndDegradesTheRestToUnknown)
 {
-    struct Case {
-        std::string text;
-        State::Value state;
-        Error::Value error;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string, State::Value, Error::Value> cases[] = {
         {"ConnectionState:Waiting,ErrorCode:Socket", State::Waiting, Error::Socket},
         {"ConnectionState:Connected,ErrorCode:Success", State::Connected, Error::Success},
         {"ConnectionState:Waiting,ErrorCode:Validation", State::Waiting, Error::Validation},
@@ -30,26 +21,16 @@ TEST(ServiceStatus, ParsesExactTextAndDegradesTheRestToUnknown)
         {"ConnectionState:Connected,ErrorCode:Success,x", State::Connected, Error::Unknown},
         {"ConnectionState:Unknown,ErrorCode:Unknown", State::Unknown, Error::Unknown},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
-        const auto status = Hv::ServiceStatus::fromString(c.text);
-        EXPECT_EQ(status.connectionState(), c.state);
-        EXPECT_EQ(status.error(), c.error);
-        const bool valid = c.state != State::Unknown && c.error != Error::Unknown;
+    for (const auto& [text, state, error] : cases) {
+        SCOPED_TRACE(text);
+        const auto status = Hv::ServiceStatus::fromString(text);
+        EXPECT_EQ(status.connectionState(), state);
+        EXPECT_EQ(status.error(), error);
+        const bool valid = state != State::Unknown && error != Error::Unknown;
         EXPECT_EQ(status.isValid(), valid);
         if (valid) {
-            EXPECT_EQ(status.toString(), c.text);
+            EXPECT_EQ(status.toString(), text);
         }
     }
     EXPECT_EQ(Hv::ServiceStatus().toString(), "ConnectionState:Unknown,ErrorCode:Unknown");
 }
-
-TEST(ServiceStatus, CreatesTheStatusMessage)
-{
-    const auto message = Hv::Signal::ServiceStatus::create(Hv::ServiceStatus(State::Connected, Error::Success));
-    ASSERT_NE(message, nullptr);
-    EXPECT_EQ(message->channel(), Hv::ChannelMessage::Channel{"ServiceStatus"});
-    EXPECT_EQ(message->message(), "ConnectionState:Connected,ErrorCode:Success");
-}
-
-} // namespace
