@@ -80,7 +80,7 @@ class PackageTest(unittest.TestCase):
 
     def test_unpacked_programs_run(self):
         e2e = os.path.join(ARGS.source_dir, "tests", "e2e")
-        tests = ["TrayE2E.test_" + name for name in ("statuses_follow_the_table", "closing_stdin_stops_the_tray",
+        tests = ["TrayE2E.test_" + name for name in ("statuses_follow_the_table_and_nothing_else", "first_status_is_shown_however_early_it_comes_and_closing_stdin_stops_the_tray",
                                                      "peer_spawns_the_tray_and_ends_it_by_closing_its_input")]
         result = run("xvfb-run", "-a", "-s", "-screen 0 800x600x24", "dbus-run-session",
                      "--config-file=" + os.path.join(e2e, "session-bus.conf"), "--", "/usr/bin/python3",
