@@ -1,24 +1,15 @@
 #!/usr/bin/python3
-"""End-to-end tests of the tray application on a real X server and a real session bus.
+# End-to-end tests of the tray application and its report command: the real binary on a real X
+# server and a private session bus. This script plays the desktop on that bus: the panel's
+# StatusNotifierWatcher (so the tray's item registers here and its tool tip, icon and menu are read
+# over D-Bus as a panel reads them), a file manager, a notification service, the accessibility bus.
+#
+#   xvfb-run -a dbus-run-session --config-file=session-bus.conf -- /usr/bin/python3 tray_e2e.py \
+#       --tray PATH --peer PATH --icons 'FOLDER/{name}-{size}.png' [TrayE2E.test_...]
+#   tray_e2e.py --list    prints the id of every test; CTest registers one entry per id
 
-Run inside `xvfb-run -a dbus-run-session -- /usr/bin/python3 tray_e2e.py ...` (CTest does).
-The script owns org.kde.StatusNotifierWatcher itself, so the tray's item registers with it and the
-tests read the item's tool tip, icon and menu over D-Bus, exactly as a panel would.
-"""
-
-import argparse
-import glob
-import gzip
-import os
-import shutil
-import socket
-import struct
-import subprocess
-import sys
-import tempfile
-import time
-import unittest
-import zlib
+import argparse, functools, glob, gzip, os, pwd, re, shutil, socket, struct, subprocess, sys
+import tempfile, time, unittest, urllib.parse, zipfile
 
 import dbus
 import dbus.service
@@ -26,721 +17,178 @@ from dbus.mainloop.glib import DBusGMainLoop
 from gi.repository import GLib
 
 WATCHER_NAME = "org.kde.StatusNotifierWatcher"
-WATCHER_PATH = "/StatusNotifierWatcher"
 ITEM_INTERFACE = "org.kde.StatusNotifierItem"
 MENU_INTERFACE = "com.canonical.dbusmenu"
 PROPERTIES = "org.freedesktop.DBus.Properties"
-
+FILE_MANAGER = "org.freedesktop.FileManager1"
+NOTIFICATIONS = "org.freedesktop.Notifications"
 FIRST_LINE = "Halvo Softphone (130.264.0)\n"
 # For a tray whose menu command is only clicked: the report fails at once and reveals nothing.
 WITHOUT_ZIP = {"PATH": "/nonexistent"}
-MENU_ENTRY = "Collect logs into a ZIP file"
-
-# Filled from the command line.
-ARGS = None
-
-WATCHER_XML = """<!DOCTYPE node PUBLIC "-//freedesktop//DTD D-BUS Object Introspection 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/introspect.dtd">
-<node>
-  <interface name="org.kde.StatusNotifierWatcher">
-    <method name="RegisterStatusNotifierItem"><arg name="service" type="s" direction="in"/></method>
-    <method name="RegisterStatusNotifierHost"><arg name="service" type="s" direction="in"/></method>
-    <property name="RegisteredStatusNotifierItems" type="as" access="read"/>
-    <property name="IsStatusNotifierHostRegistered" type="b" access="read"/>
-    <property name="ProtocolVersion" type="i" access="read"/>
-    <signal name="StatusNotifierItemRegistered"><arg type="s"/></signal>
-    <signal name="StatusNotifierItemUnregistered"><arg type="s"/></signal>
-    <signal name="StatusNotifierHostRegistered"/>
-  </interface>
-  <interface name="org.freedesktop.DBus.Properties">
-    <method name="Get">
-      <arg name="interface" type="s" direction="in"/><arg name="name" type="s" direction="in"/>
-      <arg name="value" type="v" direction="out"/>
-    </method>
-    <method name="GetAll">
-      <arg name="interface" type="s" direction="in"/>
-      <arg name="values" type="a{sv}" direction="out"/>
-    </method>
-  </interface>
-  <interface name="org.freedesktop.DBus.Introspectable">
-    <method name="Introspect"><arg name="data" type="s" direction="out"/></method>
-  </interface>
-</node>
-"""
+CONNECTED = b"ServiceStatus|ConnectionState:Connected,ErrorCode:Success"
+DOWNLOADS = "My Downloads"
+ARCHIVE = re.compile(r"^halvo-softphone-report-\d{4}-\d\d-\d\d_\d{6}_UTC-130\.264\.0\.zip$")
+# In the log folder before the tray starts; unlike the tray's own log they do not change, so the
+# archive must hold them byte for byte.
+KNOWN_LOGS = {"halvo-softphone-2026-01-02-130.264.0-4242.gz": gzip.compress(os.urandom(64 * 1024)),
+              "old run.log": "first line\nsecond line, caf\u00e9\n".encode(), "archive/older.txt": bytes(range(256)) * 8}
+ARGS = None  # from the command line
 
 
-class Watcher(dbus.service.Object):
-    """A minimal StatusNotifierWatcher that also claims a host, as a desktop panel would."""
-
-    def __init__(self, bus):
-        super().__init__(bus, WATCHER_PATH)
-        self.items = []  # (bus name, object path) in registration order
-
-    @dbus.service.method("org.freedesktop.DBus.Introspectable", out_signature="s")
-    def Introspect(self):
-        return WATCHER_XML
+class Desktop(dbus.service.Object):
+    # One desktop service at one object path; it records what it is asked.
+    def __init__(self, bus, path="/StatusNotifierWatcher"):
+        super().__init__(bus, path)
+        self.items, self.calls = [], []  # (bus name, object path) of each registered item; other calls
 
     @dbus.service.method(WATCHER_NAME, in_signature="s", sender_keyword="sender")
     def RegisterStatusNotifierItem(self, service, sender=None):
-        path = service if service.startswith("/") else "/StatusNotifierItem"
-        name = sender if service.startswith("/") else service
-        self.items.append((str(name), str(path)))
-        self.StatusNotifierItemRegistered(name + path)
+        self.items.append((sender, service) if service.startswith("/") else (service, "/StatusNotifierItem"))
 
-    @dbus.service.method(WATCHER_NAME, in_signature="s")
-    def RegisterStatusNotifierHost(self, service):
-        pass
-
-    @dbus.service.signal(WATCHER_NAME, signature="s")
-    def StatusNotifierItemRegistered(self, service):
-        pass
+    # The toolkit learns from the introspection data that the watcher has a host property, which
+    # dbus-python does not list by itself.
+    @dbus.service.method(dbus.INTROSPECTABLE_IFACE, out_signature="s", path_keyword="path", connection_keyword="bus")
+    def Introspect(self, path, bus):
+        return super().Introspect(path, bus).replace('<interface name="%s">' % WATCHER_NAME, '<interface name="%s">'
+                                                     '<property name="IsStatusNotifierHostRegistered" type="b" '
+                                                     'access="read"/>' % WATCHER_NAME)
 
     @dbus.service.method(PROPERTIES, in_signature="ss", out_signature="v")
     def Get(self, interface, name):
-        return self.GetAll(interface)[name]
+        # A host is there; accessibility is on.
+        return {"RegisteredStatusNotifierItems": dbus.Array([n + p for n, p in self.items], signature="s"),
+                "ProtocolVersion": dbus.Int32(0)}.get(name, True)
 
-    @dbus.service.method(PROPERTIES, in_signature="s", out_signature="a{sv}")
-    def GetAll(self, interface):
-        return {
-            "RegisteredStatusNotifierItems": dbus.Array([n + p for n, p in self.items], signature="s"),
-            "IsStatusNotifierHostRegistered": dbus.Boolean(True),
-            "ProtocolVersion": dbus.Int32(0),
-        }
+    @dbus.service.method(FILE_MANAGER, in_signature="ass")
+    def ShowItems(self, uris, startup_id):
+        self.calls.append((list(uris), startup_id))
+
+    @dbus.service.method(NOTIFICATIONS, in_signature="susssasa{sv}i", out_signature="u")
+    def Notify(self, app, replaces, icon, summary, body, actions, hints, timeout):
+        self.calls.append((summary, body))
+        return len(self.calls)
+
+    # Applications export their accessibility trees on the bus this names: this very one.
+    @dbus.service.method("org.a11y.Bus", out_signature="s")
+    def GetAddress(self):
+        return os.environ["DBUS_SESSION_BUS_ADDRESS"]
+
+
+Watcher = Desktop  # the name the tray benchmark uses
 
 
 def pump(seconds=0.0):
-    """Lets the bus deliver calls for `seconds`."""
-    context = GLib.MainContext.default()
+    # Lets the bus deliver calls: everything waiting, and more for `seconds`.
     deadline = time.monotonic() + seconds
-    while True:
-        while context.iteration(False):
-            pass
-        if time.monotonic() >= deadline:
-            return
-        time.sleep(0.01)
+    while GLib.MainContext.default().iteration(False) or time.monotonic() < deadline:
+        time.sleep(0.002)
 
 
-def wait_for(condition, timeout=5.0, what="condition"):
+def wait_for(condition, what, timeout=5.0):
     deadline = time.monotonic() + timeout
-    while True:
-        pump()
-        value = condition()
-        if value:
-            return value
-        if time.monotonic() >= deadline:
-            raise AssertionError("timed out waiting for " + what)
+    while not (value := pump() or condition()):
+        if time.monotonic() > deadline:
+            raise AssertionError("timed out waiting for " + (what if isinstance(what, str) else what()))
         time.sleep(0.02)
+    return value
 
 
-def read_png(path):
-    """Decodes an 8-bit RGBA, non-interlaced PNG into (width, height, bytes of RGBA rows)."""
-    with open(path, "rb") as f:
-        data = f.read()
-    assert data[:8] == b"\x89PNG\r\n\x1a\n", path
-    pos, idat, width, height = 8, b"", 0, 0
-    while pos < len(data):
-        length, kind = struct.unpack(">I4s", data[pos:pos + 8])
-        chunk = data[pos + 8:pos + 8 + length]
-        if kind == b"IHDR":
-            width, height, depth, colour, _, _, interlace = struct.unpack(">IIBBBBB", chunk)
-            assert (depth, colour, interlace) == (8, 6, 0), path + " is not 8-bit RGBA"
-        elif kind == b"IDAT":
-            idat += chunk
-        pos += 12 + length
-    raw = zlib.decompress(idat)
-    stride = width * 4
-    rows, previous, pos = [], bytearray(stride), 0
-    for _ in range(height):
-        kind, line = raw[pos], bytearray(raw[pos + 1:pos + 1 + stride])
-        pos += 1 + stride
-        for i in range(stride):
-            left = line[i - 4] if i >= 4 else 0
-            up = previous[i]
-            corner = previous[i - 4] if i >= 4 else 0
-            if kind == 1:
-                line[i] = (line[i] + left) & 0xFF
-            elif kind == 2:
-                line[i] = (line[i] + up) & 0xFF
-            elif kind == 3:
-                line[i] = (line[i] + (left + up) // 2) & 0xFF
-            elif kind == 4:
-                p = left + up - corner
-                pa, pb, pc = abs(p - left), abs(p - up), abs(p - corner)
-                predictor = left if pa <= pb and pa <= pc else (up if pb <= pc else corner)
-                line[i] = (line[i] + predictor) & 0xFF
-        rows.append(bytes(line))
-        previous = line
-    return width, height, b"".join(rows)
+def run(*command):
+    return subprocess.run(command, capture_output=True, text=True, timeout=30).stdout
 
 
-def png_as_argb(path):
-    """The PNG's pixels in the StatusNotifierItem form: ARGB32, network byte order."""
-    width, height, rgba = read_png(path)
-    argb = bytearray(len(rgba))
-    for i in range(0, len(rgba), 4):
-        r, g, b, a = rgba[i:i + 4]
-        argb[i:i + 4] = bytes((a, r, g, b))
-    return (width, height), bytes(argb)
-
-
-def premultiplied(argb):
-    """Colour weighted by alpha: the toolkit keeps pixmaps premultiplied, so only this survives
-    its round trip (up to rounding)."""
-    out = []
-    for i in range(0, len(argb), 4):
-        a = argb[i]
-        out.append((a,) + tuple(round(c * a / 255) for c in argb[i + 1:i + 4]))
-    return out
-
-
-def same_pixels(shown, expected):
-    """Equal alpha everywhere and premultiplied colour within one step of rounding."""
-    if len(shown) != len(expected):
-        return False
-    for got, want in zip(premultiplied(shown), premultiplied(expected)):
-        if got[0] != want[0] or any(abs(x - y) > 1 for x, y in zip(got[1:], want[1:])):
-            return False
-    return True
-
-
-def tray_environment(root):
-    """Log, runtime, temporary and home folders of one tray under `root`, and the environment
-    naming them (a report from the menu leaves its container in the temporary folder)."""
-    logs = os.path.join(root, "logs")
-    runtime = os.path.join(root, "runtime")
-    temporary = os.path.join(root, "tmp")
-    for folder in (logs, runtime, temporary):
-        os.makedirs(folder, mode=0o700, exist_ok=True)
-    env = dict(os.environ)
-    env.update({
-        "HV_SOFTPHONE_LOG_DIR": logs,
-        "XDG_RUNTIME_DIR": runtime,
-        "TMPDIR": temporary,
-        "HOME": root,
-        "QT_QPA_PLATFORM": "xcb",
-    })
-    return logs, runtime, env
-
-
-def resident_kib(pid):
-    """VmRSS of the process in KiB."""
-    with open("/proc/%d/status" % pid) as f:
-        for line in f:
-            if line.startswith("VmRSS:"):
-                return int(line.split()[1])
-    raise AssertionError("no VmRSS for %d" % pid)
+def write(path, data, mode=0o644):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "wb") as f:
+        f.write(data)
+    os.chmod(path, mode)
 
 
 def frame(payload):
     return struct.pack("<I", len(payload)) + payload
 
 
-class Tray:
-    """One tray process with its own log, runtime and home folders, its stdin held open."""
-
-    def __init__(self, root, start=True, env=None):
-        self.root = root
-        self.logs, self.runtime, self.env = tray_environment(root)
-        self.env.update(env or {})
-        self.output = open(os.path.join(root, "output.txt"), "wb")
-        self.process = None
-        if start:
-            self.process = subprocess.Popen([ARGS.tray], stdin=subprocess.PIPE, stdout=self.output,
-                                            stderr=subprocess.STDOUT, env=self.env)
-
-    def socket_folder(self):
-        """The runtime folder, or the temporary folder when the tray has none."""
-        return self.env["XDG_RUNTIME_DIR"] or self.env["TMPDIR"]
-
-    def socket_path(self):
-        return os.path.join(self.socket_folder(), "halvophone-tray-local-channel")
-
-    def log_text(self):
-        """Every log line written so far: the active file and the packed parts."""
-        text = ""
-        for path in sorted(glob.glob(os.path.join(self.logs, "**", "*"), recursive=True)):
-            if os.path.isdir(path):
-                continue
-            opener = gzip.open if path.endswith(".gz") else open
-            with opener(path, "rb") as f:
-                text += f.read().decode("utf-8", "replace")
-        return text
-
-    def log_lines(self, level, text):
-        """Lines at `level` ("[WARN ] ..." in the file) that contain `text`."""
-        return [line for line in self.log_text().splitlines()
-                if line[1:].split("]", 1)[0].strip() == level and text in line]
-
-    def active_log_files(self):
-        return [p for p in glob.glob(os.path.join(self.logs, "**", "*-130.264.0-%d" % self.process.pid),
-                                     recursive=True) if os.path.isfile(p)]
-
-    def send_frame(self, channel, body, via_peer=True):
-        """Writes one channel message into the pipe "tray"."""
-        self.send_frames([(channel, body)], via_peer)
-
-    def send_frames(self, messages, via_peer=True):
-        """Writes channel messages into the pipe "tray" over one connection, in order: with the
-        service peer tool when there is one, else (or when told) framed here, which also checks
-        the wire format on its own. Separate connections in quick succession are not used: the
-        receiver serves one client at a time and a sender has no acknowledgement."""
-        if via_peer and ARGS.peer:
-            arguments = []
-            for channel, body in messages:
-                parts = body.split(",")
-                if channel == "ServiceStatus" and len(parts) == 2 and all(":" in p for p in parts):
-                    arguments += ["--status", ",".join(p.split(":", 1)[1] for p in parts)]
-                else:
-                    arguments += ["--channel", channel, "--body", body]
-            subprocess.run([ARGS.peer, "--pipe", "tray"] + arguments, env=self.env, check=True,
-                           timeout=10, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-            return
-        frames = b""
-        for channel, body in messages:
-            payload = (channel + "|" + body).encode()
-            frames += struct.pack("<I", len(payload)) + payload
-        self.write_frames(frames)
-
-    def write_frames(self, frames, timeout=5):
-        """Writes the frames and waits until the receiver has read them and let go; a connection
-        that was never accepted (refused, or reset from a closed backlog) is tried again."""
-        deadline = time.monotonic() + 5
-        while True:
-            try:
-                with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
-                    client.connect(self.socket_path())
-                    client.sendall(frames)
-                    client.shutdown(socket.SHUT_WR)
-                    client.settimeout(timeout)
-                    if client.recv(1) != b"":
-                        raise AssertionError("the receiver wrote to its client")
-                return
-            except (ConnectionRefusedError, ConnectionResetError, FileNotFoundError):
-                if time.monotonic() > deadline:
-                    raise
-                pump(0.05)
-
-    def stop(self):
-        if self.process is not None:
-            if self.process.poll() is None:
-                self.process.kill()
-            self.process.wait()
-            if self.process.stdin and not self.process.stdin.closed:
-                self.process.stdin.close()
-        self.output.close()
+def resident_kib(pid):
+    with open("/proc/%d/status" % pid) as f:
+        return int(next(line for line in f if line.startswith("VmRSS:")).split()[1])
 
 
-class TrayE2E(unittest.TestCase):
-    bus = None
-    watcher = None
+def premultiplied(argb):
+    # The toolkit keeps pixmaps premultiplied: only colour weighted by alpha survives its round trip.
+    return tuple(round(argb[i + j] * argb[i] / 255) if j else argb[i] for i in range(0, len(argb), 4) for j in range(4))
 
-    @classmethod
-    def setUpClass(cls):
-        DBusGMainLoop(set_as_default=True)
-        cls.bus = dbus.SessionBus()
-        cls.name = dbus.service.BusName(WATCHER_NAME, cls.bus)
-        cls.watcher = Watcher(cls.bus)
 
-    def setUp(self):
-        self.problems_before = self.problems()
-        self.root = tempfile.mkdtemp(prefix="hv-tray-e2e-")
-        self.trays = []
-        self.watcher.items = []
+@functools.lru_cache(maxsize=None)
+def shipped_icon(name, size):
+    # As the item carries it: ARGB32 in network byte order, premultiplied.
+    rgba = subprocess.run(["/usr/bin/convert", ARGS.icons.format(name=name, size=size), "-depth", "8", "rgba:-"],
+                          capture_output=True, check=True).stdout
+    return premultiplied(bytes(rgba[i + j] for i in range(0, len(rgba), 4) for j in (3, 0, 1, 2)))
 
-    def tearDown(self):
-        for tray in self.trays:
-            tray.stop()
-        if self.problems() == self.problems_before:
-            shutil.rmtree(self.root, ignore_errors=True)
-        else:
-            print("kept " + self.root, file=sys.stderr)
 
-    def problems(self):
-        """Failures and errors so far; the folders of a failed test are kept for a look."""
-        result = getattr(getattr(self, "_outcome", None), "result", None)
-        return len(result.failures) + len(result.errors) if result else 0
+def prop(item, name):
+    return item.Get(ITEM_INTERFACE, name, dbus_interface=PROPERTIES)
 
-    def start_tray(self, start=True, env=None):
-        tray = Tray(os.path.join(self.root, "tray%d" % len(self.trays)), start, env)
-        self.trays.append(tray)
-        return tray
 
-    def item(self):
-        name, path = wait_for(lambda: self.watcher.items and self.watcher.items[-1], what="item")
-        return self.bus.get_object(name, path)
+def tray_window(popup):
+    # A viewable top-level window of the tray: its menu (override-redirect) or a box.
+    for line in run("xwininfo", "-root", "-children").splitlines():
+        if '"Halvo Softphone"' in line:
+            info = run("xwininfo", "-id", line.split()[0])
+            if "IsViewable" in info and ("Override Redirect State: yes" in info) == popup:
+                return line.split()[0]
+    return None
 
-    def tool_tip(self, item):
-        icon_name, pixmaps, title, description = item.Get(ITEM_INTERFACE, "ToolTip",
-                                                          dbus_interface=PROPERTIES)
-        return str(title)
 
-    def icon(self, item):
-        pixmaps = item.Get(ITEM_INTERFACE, "IconPixmap", dbus_interface=PROPERTIES)
-        return {(int(w), int(h)): bytes(bytearray(data)) for w, h, data in pixmaps}
+def embedded_window():
+    # The tray's item window inside the XEmbed panel, once it is there.
+    in_panel = False
+    for line in run("xwininfo", "-root", "-tree").splitlines():
+        in_panel = in_panel or ('"panel"' in line and "trayer" in line)
+        if in_panel and '"Halvo Softphone"' in line and "22x22" in line:
+            return line.split()[0]
+    return None
 
-    def expected_icon(self, name):
-        icons = {}
-        for path in glob.glob(os.path.join(ARGS.icons, name + "-*.png")):
-            size, argb = png_as_argb(path)
-            icons[size] = argb
-        self.assertTrue(icons, "no images for " + name)
-        return icons
 
-    def assert_icon(self, item, name):
-        shown = self.icon(item)
-        expected = self.expected_icon(name)
-        common = set(shown) & set(expected)
-        self.assertTrue(common, "no size in common: %s vs %s" % (sorted(shown), sorted(expected)))
-        for size in common:
-            self.assertTrue(same_pixels(shown[size], expected[size]), "%s at %s" % (name, size))
+def window_image(window):
+    return subprocess.run(["xwd", "-silent", "-id", window], capture_output=True, check=True).stdout
 
-    def wait_for_tool_tip(self, item, text):
+
+def accessible_nodes(bus):
+    # (bus name, path, name) of every accessible object of every application on this bus.
+    def under(name, path, depth):
+        node = bus.get_object(name, path, introspect=False)
+        yield name, path, str(node.Get("org.a11y.atspi.Accessible", "Name", dbus_interface=PROPERTIES, timeout=2))
+        for child in node.GetChildren(dbus_interface="org.a11y.atspi.Accessible", timeout=2) if depth < 8 else []:
+            yield from under(str(child[0]), str(child[1]), depth + 1)
+    for name in bus.list_names():
         try:
-            wait_for(lambda: self.tool_tip(item) == text, what=repr(text))
-        except AssertionError:
-            self.assertEqual(self.tool_tip(item), text)
-
-    def test_startup_shows_waiting(self):
-        tray = self.start_tray()
-        item = self.item()
-        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
-        self.assert_icon(item, "waiting")
-        # Panels list the item by its title; the toolkit gives the id the same text.
-        self.assertEqual(item.Get(ITEM_INTERFACE, "Title", dbus_interface=PROPERTIES), "Halvo Softphone")
-        self.assertEqual(item.Get(ITEM_INTERFACE, "Id", dbus_interface=PROPERTIES), "Halvo Softphone")
-        # The three looks are told apart by the pixels alone, not only by the text.
-        images = [self.expected_icon(n)[(22, 22)] for n in ("waiting", "error", "connected")]
-        self.assertEqual(len(set(images)), 3)
-        self.assertIsNone(tray.process.poll())
-
-    def test_statuses_follow_the_table(self):
-        tray = self.start_tray()
-        item = self.item()
-        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
-        table = [
-            ("ConnectionState:Connected,ErrorCode:Success", "connected", "Connected"),
-            ("ConnectionState:Waiting,ErrorCode:Socket", "error", "Error: Port busy"),
-            ("ConnectionState:Connected,ErrorCode:Socket", "connected", "Connected"),
-            ("ConnectionState:Waiting,ErrorCode:NoVDISession", "error", "Error: Unknown host"),
-            ("ConnectionState:Waiting,ErrorCode:Success", "waiting", "Waiting"),
-            ("ConnectionState:Waiting,ErrorCode:Validation", "error", "Error: Invalid client connection"),
-            ("ConnectionState:Waiting,ErrorCode:Unknown", "error", "Error: Internal error"),
-        ]
-        for body, icon, second_line in table:
-            with self.subTest(body=body):
-                tray.send_frame("ServiceStatus", body)
-                self.wait_for_tool_tip(item, FIRST_LINE + second_line)
-                self.assert_icon(item, icon)
-        self.assertEqual(tray.log_lines("WARN", "Unexpected status; ignored"), [])
-
-    def test_unknown_state_and_other_channels_change_nothing(self):
-        tray = self.start_tray()
-        item = self.item()
-        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
-        tray.send_frame("ServiceStatus", "ConnectionState:Waiting,ErrorCode:Socket")
-        self.wait_for_tool_tip(item, FIRST_LINE + "Error: Port busy")
-        before = self.icon(item)
-
-        # Written by this script's own framer: an independent check of the wire format.
-        tray.send_frame("ServiceStatus", "ConnectionState:Unknown,ErrorCode:Success", via_peer=False)
-        wait_for(lambda: tray.log_lines("WARN", "Unexpected status; ignored"), what="the WARN line")
-        self.assertEqual(self.tool_tip(item), FIRST_LINE + "Error: Port busy")
-        self.assertEqual(self.icon(item), before)
-
-        # Messages of one connection are handled in order: once the last status shows, the
-        # ones before it have been handled.
-        tray.send_frames([("ServiceStatus-global", "ConnectionState:Connected,ErrorCode:Success"),
-                          ("Broadcast", "ConnectionState:Connected,ErrorCode:Success"),
-                          ("ServiceStatus", "ConnectionState:Waiting,ErrorCode:Validation")])
-        self.wait_for_tool_tip(item, FIRST_LINE + "Error: Invalid client connection")
-        self.assertNotIn("setConnectedStatus", tray.log_text())
-        self.assertEqual(len(tray.log_lines("WARN", "Unexpected status; ignored")), 1)
-
-    def test_menu_has_the_collect_logs_entry(self):
-        tray = self.start_tray()
-        item = self.item()
-        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
-        menu_path = item.Get(ITEM_INTERFACE, "Menu", dbus_interface=PROPERTIES)
-        menu = self.bus.get_object(item.bus_name, menu_path)
-        _, layout = menu.GetLayout(0, -1, dbus.Array([], signature="s"), dbus_interface=MENU_INTERFACE)
-        entries = [(int(child[0]), str(child[1].get("label", ""))) for child in layout[2]
-                   if child[1].get("visible", True)]
-        self.assertEqual([label for _, label in entries], [MENU_ENTRY])
-        self.assertNotIn("collectLogs", tray.log_text())
-        menu.Event(entries[0][0], "clicked", dbus.Int32(0, variant_level=1), dbus.UInt32(0),
-                   dbus_interface=MENU_INTERFACE)
-        wait_for(lambda: "collectLogs" in tray.log_text(), what="the menu action")
-        self.assertIsNone(tray.process.poll())
-
-    def test_left_click_opens_the_menu(self):
-        tray = self.start_tray(env=WITHOUT_ZIP)
-        item = self.item()
-        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
-        self.assertIsNone(menu_window())
-        # What a panel sends on a left click.
-        item.Activate(dbus.Int32(100), dbus.Int32(100), dbus_interface=ITEM_INTERFACE)
-        self.assert_menu_opens_with_the_entry(tray)
-
-    def assert_menu_opens_with_the_entry(self, tray):
-        """A menu window opens; a click on its one entry runs the command (which fails fast here,
-        zip being out of reach, and opens no file manager)."""
-        menu = wait_for(menu_window, what="the menu window")
-        self.assertNotIn("collectLogs", tray.log_text())
-        subprocess.run(["xdotool", "mousemove", "--window", menu, "20", "10", "click", "1"], check=True)
-        wait_for(lambda: "collectLogs" in tray.log_text(), what="the menu action")
-        self.assertIsNone(tray.process.poll())
-
-    def test_closing_stdin_stops_the_tray(self):
-        tray = self.start_tray()
-        item = self.item()
-        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
-        self.assertEqual(len(tray.active_log_files()), 1)
-        started = time.monotonic()
-        tray.process.stdin.close()
-        tray.process.wait(timeout=5)
-        self.assertLess(time.monotonic() - started, 1.0)
-        self.assertEqual(tray.process.returncode, 0)
-        text = tray.log_text()
-        self.assertIn("parent process has stopped", text)
-        self.assertIn("tray application has been stopped", text)
-        self.assertEqual(tray.active_log_files(), [])
-
-    def test_xembed_tray_without_a_status_notifier_host(self):
-        if not all(shutil.which(tool) for tool in ("trayer", "xwininfo", "xwd", "xdotool")):
-            self.skipTest("needs trayer, xwininfo, xwd and xdotool")
-        self.bus.release_name(WATCHER_NAME)
-        panel = subprocess.Popen(["trayer", "--edge", "top", "--align", "right", "--widthtype", "pixel",
-                                  "--width", "100", "--height", "24"],
-                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        try:
-            # The panel must own the tray selection before the tray asks for it.
-            wait_for(lambda: "trayer" in subprocess.run(["xwininfo", "-root", "-tree"], capture_output=True,
-                                                        text=True).stdout, what="the panel")
-            pump(0.5)
-            tray = self.start_tray(env=WITHOUT_ZIP)
-            window = wait_for(embedded_tray_window, what="the embedded item")
-            pump(0.3)
-            waiting = window_image(window)
-            tray.send_frame("ServiceStatus", "ConnectionState:Waiting,ErrorCode:Socket")
-            wait_for(lambda: window_image(window) != waiting, what="the error icon")
-            tray.send_frame("ServiceStatus", "ConnectionState:Waiting,ErrorCode:Success")
-            wait_for(lambda: window_image(window) == waiting, what="the waiting icon again")
-            self.assertEqual(tray.log_lines("WARN", "No system tray is available"), [])
-            self.assertEqual(self.watcher.items, [])
-            # A left click on the embedded icon opens the menu.
-            subprocess.run(["xdotool", "mousemove", "--window", window, "11", "11", "click", "1"], check=True)
-            self.assert_menu_opens_with_the_entry(tray)
-        finally:
-            panel.kill()
-            panel.wait()
-            self.name = dbus.service.BusName(WATCHER_NAME, self.bus)
-
-    def test_without_a_tray_host_warns_and_keeps_running(self):
-        self.bus.release_name(WATCHER_NAME)
-        try:
-            tray = self.start_tray()
-            # The waiting state is set once the event loop runs; give it time to settle.
-            wait_for(lambda: "Waiting" in tray.log_text(), what="the start-up status")
-            pump(1.0)
-            self.assertIsNone(tray.process.poll())
-            self.assertEqual(len(tray.log_lines("WARN", "No system tray is available")), 1)
-            self.assertEqual(self.watcher.items, [])
-            # It still follows the service.
-            tray.send_frame("ServiceStatus", "ConnectionState:Unknown,ErrorCode:Success", via_peer=False)
-            wait_for(lambda: tray.log_lines("WARN", "Unexpected status; ignored"), what="the WARN line")
-            self.assertIsNone(tray.process.poll())
-        finally:
-            self.name = dbus.service.BusName(WATCHER_NAME, self.bus)
-
-    # The service connects the moment the socket exists and sends its status at once.
-
-    def test_first_status_is_shown_however_early_it_comes(self):
-        payload = frame(b"ServiceStatus|ConnectionState:Connected,ErrorCode:Success")
-        for attempt in range(20):
-            self.watcher.items = []
-            tray = self.start_tray()
-            with connect_at_once(tray.socket_path()) as client:
-                client.sendall(payload)
-                item = self.item()
-                wait_for(lambda: self.tool_tip(item) == FIRST_LINE + "Connected",
-                         what="the first status, start %d" % (attempt + 1))
-            tray.process.stdin.close()
-            self.assertEqual(tray.process.wait(timeout=10), 0)
-
-    def test_lost_socket_folder_is_waited_for(self):
-        # Without a runtime folder the socket is in the temporary folder, which a cleaner removes
-        # while the service is connected; then the service goes.
-        tray = self.start_tray(env={"XDG_RUNTIME_DIR": ""})
-        item = self.item()
-        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
-        with connect_at_once(tray.socket_path()) as client:
-            client.sendall(frame(b"ServiceStatus|ConnectionState:Connected,ErrorCode:Success"))
-            self.wait_for_tool_tip(item, FIRST_LINE + "Connected")
-            shutil.rmtree(tray.socket_folder())
-        failure = "Unable to listen on named pipe in tray at "
-        wait_for(lambda: tray.log_lines("ERROR", failure), what="the listen error")
-        self.assertIn("bind: No such file or directory", tray.log_lines("ERROR", failure)[0])
-        pump(1.5)
-        # Still trying, logged once.
-        self.assertEqual(len(tray.log_lines("ERROR", failure)), 1)
-        self.assertIsNone(tray.process.poll())
-
-        os.makedirs(tray.socket_folder(), mode=0o700)
-        back = time.monotonic()
-        tray.send_frame("ServiceStatus", "ConnectionState:Waiting,ErrorCode:Socket", via_peer=False)
-        self.wait_for_tool_tip(item, FIRST_LINE + "Error: Port busy")
-        self.assertLess(time.monotonic() - back, 2.5)
-        self.assertEqual(len(tray.log_lines("INFO", "Listening on named pipe in tray again")), 1)
-
-    # The service's parent role, played by the stand-in.
-
-    def test_peer_spawns_the_tray_and_ends_it_by_closing_its_input(self):
-        if not ARGS.peer:
-            self.skipTest("needs the service peer tool")
-        tray = self.start_tray(start=False)
-        # A list: shown, then the tray is ended at the stop time.
-        peer = subprocess.Popen([ARGS.peer, "--spawn", ARGS.tray, "--status", "Connected,Success",
-                                 "--stop-after-ms", "2500"], env=tray.env, stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE, text=True)
-        item = self.item()
-        self.wait_for_tool_tip(item, FIRST_LINE + "Connected")
-        out, err = peer.communicate(timeout=10)
-        self.assertEqual(peer.returncode, 0, err)
-        self.assertRegex(out, r"HalvoSoftphoneTray \(pid \d+\) exited with status 0")
-        self.assertEqual(len(tray.log_lines("INFO", "parent process has stopped")), 1)
-
-        # A cycle until SIGTERM: the tray goes round the list more than once.
-        self.watcher.items = []
-        peer = subprocess.Popen([ARGS.peer, "--spawn", ARGS.tray, "--cycle", "--delay-ms", "200",
-                                 "--status", "Connected,Success", "--status", "Waiting,Socket"],
-                                env=tray.env, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        try:
-            item = self.item()
-            for second_line in ("Connected", "Error: Port busy", "Connected", "Error: Port busy"):
-                self.wait_for_tool_tip(item, FIRST_LINE + second_line)
-            self.assertIsNone(peer.poll())
-            peer.terminate()
-            out, err = peer.communicate(timeout=10)
-        finally:
-            if peer.poll() is None:
-                peer.kill()
-                peer.wait()
-        self.assertEqual(peer.returncode, 0, err)
-        self.assertRegex(out, r"exited with status 0")
-        # Ended through its input, not by the signal.
-        self.assertEqual(len(tray.log_lines("INFO", "parent process has stopped")), 2)
-        self.assertEqual(len(tray.log_lines("INFO", "tray application has been stopped")), 2)
-
-    # Bad input and faults: the tray keeps following the service.
-
-    def test_flood_of_frames_keeps_the_tray_responsive(self):
-        tray = self.start_tray()
-        item = self.item()
-        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
-        tray.send_frame("ServiceStatus", "ConnectionState:Connected,ErrorCode:Success")
-        self.wait_for_tool_tip(item, FIRST_LINE + "Connected")
-        before = resident_kib(tray.process.pid)
-        statuses = [b"ServiceStatus|ConnectionState:Waiting,ErrorCode:Socket",
-                    b"ServiceStatus|ConnectionState:Connected,ErrorCode:Success",
-                    b"ServiceStatus|ConnectionState:Waiting,ErrorCode:Validation"]
-        frames = []
-        for i in range(5000):
-            # Frames whose payload is no channel message, then valid statuses.
-            frames.append(frame(b"no channel message %d " % i + b"x" * (i % 64)))
-            frames.append(frame(statuses[i % 3]))
-        self.assertEqual(len(frames), 10000)
-        # The flood ends on a status other than the one before it.
-        frames[-1] = frame(statuses[0])
-        flood_started = time.monotonic()
-        tray.write_frames(b"".join(frames), timeout=90)
-        self.wait_for_tool_tip(item, FIRST_LINE + "Error: Port busy")
-        print("flood of 10000 frames handled in %.1f s" % (time.monotonic() - flood_started),
-              file=sys.stderr)
-        tray.send_frame("ServiceStatus", "ConnectionState:Waiting,ErrorCode:NoVDISession")
-        self.wait_for_tool_tip(item, FIRST_LINE + "Error: Unknown host")
-        self.assert_icon(item, "error")
-        after = resident_kib(tray.process.pid)
-        print("VmRSS before %d KiB, after %d KiB" % (before, after), file=sys.stderr)
-        if not os.environ.get("HV_E2E_SANITIZED"):
-            self.assertLess(after - before, 16 * 1024)
-        self.assertIsNone(tray.process.poll())
-
-    def test_client_killed_inside_a_frame(self):
-        tray = self.start_tray()
-        item = self.item()
-        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
-        # The length promises 100 bytes; 14 come, then the client dies holding the connection.
-        client = subprocess.Popen([sys.executable, "-c", CLIENT_SCRIPT, tray.socket_path()],
-                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        try:
-            client.stdin.write(struct.pack("<I", 100) + b"ServiceStatus|")
-            client.stdin.close()
-            self.assertEqual(client.stdout.readline(), b"sent\n")
-            wait_for(lambda: "buffer->isLengthValid() = 1" in tray.log_text(), what="the frame's length read")
-        finally:
-            client.kill()
-            client.wait()
-        wait_for(lambda: tray.log_lines("ERROR", "Error while reading message in tray"),
-                 what="the read error")
-        tray.send_frame("ServiceStatus", "ConnectionState:Waiting,ErrorCode:Socket")
-        self.wait_for_tool_tip(item, FIRST_LINE + "Error: Port busy")
-        self.assertEqual(len(tray.log_lines("ERROR", "Error while reading message in tray")), 1)
-        self.assertIsNone(tray.process.poll())
-
-    def test_client_of_another_user_is_refused(self):
-        if os.geteuid() != 0 or not shutil.which("setpriv"):
-            self.skipTest("needs root and setpriv to run a client as another user")
-        tray = self.start_tray()
-        item = self.item()
-        self.wait_for_tool_tip(item, FIRST_LINE + "Waiting")
-        wait_for(lambda: os.path.exists(tray.socket_path()), what="the socket")
-        # Loosen the file system protection so that only the peer check stands in the way.
-        for folder in (self.root, tray.root, tray.runtime):
-            os.chmod(folder, 0o755)
-        os.chmod(tray.socket_path(), 0o666)
-        client = subprocess.Popen(["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups",
-                                   sys.executable, "-c", CLIENT_SCRIPT, tray.socket_path(), "wait-for-end"],
-                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        client.stdin.write(frame(b"ServiceStatus|ConnectionState:Connected,ErrorCode:Success"))
-        out, err = client.communicate(timeout=10)
-        self.assertEqual(client.returncode, 0, err)
-        # The tray closed the connection without reading a frame.
-        self.assertEqual(out, b"sent\nclosed\n")
-        refusals = tray.log_lines("WARN", "Refused connection to named pipe in tray from user id")
-        self.assertEqual(len(refusals), 1, refusals)
-        tray.send_frame("ServiceStatus", "ConnectionState:Waiting,ErrorCode:Validation")
-        self.wait_for_tool_tip(item, FIRST_LINE + "Error: Invalid client connection")
-        self.assertNotIn("setConnectedStatus", tray.log_text())
+            if name.startswith(":") and name != bus.get_unique_name():
+                yield from under(name, "/org/a11y/atspi/accessible/root", 0)
+        except dbus.DBusException:
+            pass  # no accessibility tree there
 
 
-# A raw client: connects to argv[1], writes its standard input, says "sent"; with "wait-for-end"
-# it then waits for the other side to close and says "closed", otherwise it sleeps until killed.
-CLIENT_SCRIPT = """
-import socket, sys, time
-client = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+# A raw client: connects to argv[1], writes the bytes given in hex as argv[2] and says "sent";
+# says "closed" once the other side closes the connection.
+CLIENT = """import socket, sys
+client = socket.socket(socket.AF_UNIX)
 client.connect(sys.argv[1])
 try:
-    client.sendall(sys.stdin.buffer.read())
+    client.sendall(bytes.fromhex(sys.argv[2]))
+    print("sent", flush=True)
+    client.recv(1)
 except (BrokenPipeError, ConnectionResetError):
-    pass  # refused before the bytes were out
-print("sent", flush=True)
-if len(sys.argv) > 2:
-    client.settimeout(5)
-    try:
-        client.recv(1)
-    except ConnectionResetError:
-        pass
-    print("closed", flush=True)
-else:
-    time.sleep(60)
+    pass  # refused
+print("closed", flush=True)
 """
 
 
-def connect_at_once(path, timeout=10.0):
-    """A client socket connected to `path` as soon as something listens there: the service's way."""
+def connect(path, timeout=10.0):
+    # A client connected the moment something listens at `path`: the service's way.
     deadline = time.monotonic() + timeout
     while True:
-        client = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        client = socket.socket(socket.AF_UNIX)
         try:
             client.connect(path)
             return client
@@ -751,43 +199,445 @@ def connect_at_once(path, timeout=10.0):
             time.sleep(0.0005)
 
 
-def embedded_tray_window():
-    """Id of the tray's item window inside the XEmbed panel, or None while it is not there."""
-    tree = subprocess.run(["xwininfo", "-root", "-tree"], capture_output=True, text=True).stdout
-    in_panel = False
-    for line in tree.splitlines():
-        if '"panel"' in line and "trayer" in line:
-            in_panel = True
-        elif in_panel and '"Halvo Softphone"' in line and "22x22" in line:
-            return line.split()[0]
-    return None
+class Tray:
+    # One tray process with its own log, runtime, temporary and home folders, its stdin held open.
+    def __init__(self, root, env=None, start=True):
+        self.root, self.logs, self.runtime = root, os.path.join(root, "logs"), os.path.join(root, "runtime")
+        self.env = {**os.environ, "HV_SOFTPHONE_LOG_DIR": self.logs, "XDG_RUNTIME_DIR": self.runtime,
+                    "TMPDIR": os.path.join(root, "tmp"), "HOME": root, "QT_QPA_PLATFORM": "xcb", **(env or {})}
+        for folder in (self.logs, self.runtime, os.path.join(root, "tmp")):
+            os.makedirs(folder, mode=0o700, exist_ok=True)
+        self.output = open(os.path.join(root, "output.txt"), "wb")
+        self.process = start and subprocess.Popen([ARGS.tray], stdin=subprocess.PIPE, stdout=self.output,
+                                                  stderr=subprocess.STDOUT, env=self.env)
+
+    def socket_path(self):
+        return os.path.join(self.env["XDG_RUNTIME_DIR"] or self.env["TMPDIR"], "halvophone-tray-local-channel")
+
+    def log_lines(self, level, text):
+        # Lines at `level` ("[WARN ] ..." in the file) with `text`: the active file and the packed parts.
+        lines = []
+        for path in sorted(glob.glob(os.path.join(self.logs, "**"), recursive=True)):
+            if os.path.isfile(path):
+                with (gzip.open if path.endswith(".gz") else open)(path, "rb") as f:
+                    lines += f.read().decode("utf-8", "replace").splitlines()
+        return [line for line in lines if line[1:].split("]", 1)[0].strip() == level and text in line]
+
+    def active_log_files(self):
+        return glob.glob(os.path.join(self.logs, "**", "*-130.264.0-%d" % self.process.pid), recursive=True)
+
+    def peer(self, *arguments):
+        subprocess.run([ARGS.peer, "--pipe", "tray", *arguments], env=self.env, check=True, timeout=10,
+                       capture_output=True)
+
+    def write(self, data, timeout=5):
+        # Bytes framed here, a check of the wire format of its own; returns once the receiver has
+        # read them all and let go.
+        with connect(self.socket_path()) as client:
+            client.sendall(data)
+            client.shutdown(socket.SHUT_WR)
+            client.settimeout(timeout)
+            assert client.recv(1) == b"", "the receiver wrote to its client"
+
+    def stop(self):
+        if self.process:
+            self.process.kill()
+            self.process.wait()
+            self.process.stdin.close()
+        self.output.close()
 
 
-def menu_window():
-    """Id of the tray's open menu (a mapped override-redirect window of the tray), or None."""
-    tree = subprocess.run(["xwininfo", "-root", "-children"], capture_output=True, text=True).stdout
-    for line in tree.splitlines():
-        if '"Halvo Softphone"' in line:
-            window = line.split()[0]
-            info = subprocess.run(["xwininfo", "-id", window], capture_output=True, text=True).stdout
-            if "IsViewable" in info and "Override Redirect State: yes" in info:
-                return window
-    return None
+class Harness(unittest.TestCase):
+    bus = None
+
+    @classmethod
+    def setUpClass(cls):
+        if Harness.bus is None:  # an object path is exported once a process
+            DBusGMainLoop(set_as_default=True)
+            Harness.bus = dbus.SessionBus()
+            Harness.watcher, Harness.file_manager, Harness.notifications, Harness.a11y = (
+                Desktop(Harness.bus, path) for path in ("/StatusNotifierWatcher", "/org/freedesktop/FileManager1",
+                                                        "/org/freedesktop/Notifications", "/org/a11y/bus"))
+
+    def setUp(self):
+        self.bus.request_name(WATCHER_NAME)
+        self.file_manager.calls, self.notifications.calls = [], []
+        self.root = tempfile.mkdtemp(prefix="hv-e2e-")
+        self.addCleanup(shutil.rmtree, self.root, True)
+        self.trays = 0
+
+    def spawn(self, env=None, start=True):
+        # A tray in a fresh folder; its item, once registered, is the watcher's last.
+        self.trays += 1
+        self.watcher.items = []
+        tray = Tray(os.path.join(self.root, "tray%d" % self.trays), env, start)
+        self.addCleanup(tray.stop)
+        return tray
+
+    def start(self, env=None):
+        # The common preamble: a tray whose item has registered and shows "Waiting".
+        tray = self.spawn(env)
+        tray.item = self.item()
+        self.wait_tool_tip(tray.item, "Waiting")
+        return tray
+
+    def item(self):
+        return self.bus.get_object(*wait_for(lambda: self.watcher.items and self.watcher.items[-1], "the item"))
+
+    def tool_tip(self, item):
+        return str(prop(item, "ToolTip")[2])
+
+    def wait_tool_tip(self, item, second_line):
+        wait_for(lambda: self.tool_tip(item) == FIRST_LINE + second_line, lambda: "%r, not %r" % (
+            FIRST_LINE + second_line, self.tool_tip(item)))
+
+    def assert_icon(self, item, name):
+        compared = 0
+        for width, _, data in prop(item, "IconPixmap"):
+            if os.path.exists(ARGS.icons.format(name=name, size=width)):
+                shown, shipped = premultiplied(bytes(data)), shipped_icon(name, int(width))
+                self.assertTrue(len(shown) == len(shipped) and all(abs(x - y) <= 1 for x, y in zip(shown, shipped)),
+                                "%s at %d" % (name, width))
+                compared += 1
+        self.assertGreater(compared, 0, "no shipped size of " + name)
+
+    def click_menu_entry(self, tray):
+        # The menu window opens; a click on its one entry runs the report (failing at once here).
+        menu = wait_for(lambda: tray_window(popup=True), "the menu")
+        subprocess.run(["xdotool", "mousemove", "--window", menu, "20", "10", "click", "1"], check=True)
+        wait_for(lambda: tray.log_lines("ERROR", "Unable to pack folder"), "the report command")
+        self.assertIsNone(tray.process.poll())
 
 
-def window_image(window):
-    return subprocess.run(["xwd", "-silent", "-id", window], capture_output=True, check=True).stdout
+class TrayE2E(Harness):
+    def test_statuses_follow_the_table_and_nothing_else(self):
+        tray = self.start()
+        self.assert_icon(tray.item, "waiting")
+        # Panels list the item by its title; the toolkit gives the id the same text.
+        self.assertEqual((prop(tray.item, "Title"), prop(tray.item, "Id")), ("Halvo Softphone", "Halvo Softphone"))
+        # The three looks differ in their pixels, not only in their text.
+        self.assertEqual(len({shipped_icon(name, 22) for name in ("waiting", "error", "connected")}), 3)
+        for status, icon, second_line in [("Connected,Success", "connected", "Connected"),
+                                          ("Waiting,Socket", "error", "Error: Port busy"),
+                                          ("Connected,Socket", "connected", "Connected"),
+                                          ("Waiting,NoVDISession", "error", "Error: Unknown host"),
+                                          ("Waiting,Success", "waiting", "Waiting"),
+                                          ("Waiting,Validation", "error", "Error: Invalid client connection"),
+                                          ("Waiting,Unknown", "error", "Error: Internal error")]:
+            with self.subTest(status=status):
+                tray.peer("--status", status)
+                self.wait_tool_tip(tray.item, second_line)
+                self.assert_icon(tray.item, icon)
+        self.assertEqual(tray.log_lines("WARN", "Unexpected status"), [])
+        # An unknown state and other channels change nothing. Handled in order: once the unknown
+        # state is logged, the messages before it are handled too.
+        icon, body = prop(tray.item, "IconPixmap"), CONNECTED[14:].decode()
+        tray.peer("--channel", "ServiceStatus-global", "--body", body, "--channel", "Broadcast", "--body", body,
+                  "--status", "Unknown,Success")
+        wait_for(lambda: tray.log_lines("WARN", "Unexpected status; ignored"), "the WARN line")
+        self.assertEqual(self.tool_tip(tray.item), FIRST_LINE + "Error: Internal error")
+        self.assertEqual(prop(tray.item, "IconPixmap"), icon)
+
+    def test_left_click_opens_the_menu(self):
+        tray = self.start(WITHOUT_ZIP)
+        self.assertIsNone(tray_window(popup=True))
+        # What a panel sends on a left click.
+        tray.item.Activate(dbus.Int32(100), dbus.Int32(100), dbus_interface=ITEM_INTERFACE)
+        self.click_menu_entry(tray)
+
+    def test_xembed_tray_without_a_status_notifier_host(self):
+        self.bus.release_name(WATCHER_NAME)
+        panel = subprocess.Popen(["trayer", "--edge", "top", "--align", "right", "--widthtype", "pixel", "--width",
+                                  "100", "--height", "24"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(panel.wait)
+        self.addCleanup(panel.kill)
+        # The panel must own the tray selection before the tray asks for it.
+        wait_for(lambda: "trayer" in run("xwininfo", "-root", "-tree"), "the panel")
+        pump(0.5)
+        tray = self.spawn(WITHOUT_ZIP)
+        window = wait_for(embedded_window, "the embedded item")
+        pump(0.3)
+        waiting = window_image(window)
+        tray.peer("--status", "Waiting,Socket")
+        wait_for(lambda: window_image(window) != waiting, "the error icon")
+        tray.peer("--status", "Waiting,Success")
+        wait_for(lambda: window_image(window) == waiting, "the waiting icon again")
+        self.assertEqual((tray.log_lines("WARN", "No system tray is available"), self.watcher.items), ([], []))
+        subprocess.run(["xdotool", "mousemove", "--window", window, "11", "11", "click", "1"], check=True)
+        self.click_menu_entry(tray)
+
+    def test_without_a_tray_host_warns_and_keeps_running(self):
+        self.bus.release_name(WATCHER_NAME)
+        tray = self.spawn()
+        wait_for(lambda: tray.log_lines("WARN", "No system tray is available"), "the warning")
+        # It still follows the service.
+        tray.peer("--status", "Unknown,Success")
+        wait_for(lambda: tray.log_lines("WARN", "Unexpected status; ignored"), "the WARN line")
+        self.assertEqual(len(tray.log_lines("WARN", "No system tray is available")), 1)
+        self.assertEqual(self.watcher.items, [])
+        self.assertIsNone(tray.process.poll())
+
+    def test_peer_spawns_the_tray_and_ends_it_by_closing_its_input(self):
+        tray = self.spawn(start=False)
+
+        def parent(*arguments):
+            peer = subprocess.Popen([ARGS.peer, "--spawn", ARGS.tray, *arguments], env=tray.env, text=True,
+                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            self.addCleanup(peer.kill)
+            return peer
+        # A list: shown, then the tray is ended at the stop time.
+        peer = parent("--status", "Connected,Success", "--stop-after-ms", "2500")
+        self.wait_tool_tip(self.item(), "Connected")
+        out, err = peer.communicate(timeout=10)
+        self.assertEqual(peer.returncode, 0, err)
+        self.assertRegex(out, r"HalvoSoftphoneTray \(pid \d+\) exited with status 0")
+        # A cycle until SIGTERM: the tray goes round the list more than once.
+        self.watcher.items = []
+        peer = parent("--cycle", "--delay-ms", "200", "--status", "Connected,Success", "--status", "Waiting,Socket")
+        item = self.item()
+        for second_line in ("Connected", "Error: Port busy") * 2:
+            self.wait_tool_tip(item, second_line)
+        peer.terminate()
+        out, err = peer.communicate(timeout=10)
+        self.assertEqual(peer.returncode, 0, err)
+        self.assertIn("exited with status 0", out)
+        # Ended through its input both times, not by a signal.
+        self.assertEqual(len(tray.log_lines("INFO", "parent process has stopped")), 2)
+        self.assertEqual(len(tray.log_lines("INFO", "tray application has been stopped")), 2)
+
+    def test_flood_of_frames_keeps_the_tray_responsive(self):
+        tray = self.start()
+        tray.peer("--status", "Connected,Success")
+        self.wait_tool_tip(tray.item, "Connected")
+        before = resident_kib(tray.process.pid)
+        statuses = [b"ServiceStatus|ConnectionState:Waiting,ErrorCode:Socket", CONNECTED,
+                    b"ServiceStatus|ConnectionState:Waiting,ErrorCode:Validation"]
+        # Payloads that are no channel message between valid statuses; the last one differs from
+        # the status before the flood.
+        tray.write(b"".join(frame(b"no channel message %d " % i + b"x" * (i % 64)) + frame(statuses[i % 3])
+                            for i in range(5000)) + frame(statuses[0]), timeout=90)
+        self.wait_tool_tip(tray.item, "Error: Port busy")
+        tray.peer("--status", "Waiting,NoVDISession")
+        self.wait_tool_tip(tray.item, "Error: Unknown host")
+        self.assert_icon(tray.item, "error")
+        # Under the sanitizers resident memory says nothing (freed blocks wait in quarantine).
+        if not os.environ.get("HV_E2E_SANITIZED"):
+            self.assertLess(resident_kib(tray.process.pid) - before, 16 * 1024)
+        self.assertIsNone(tray.process.poll())
+
+    def client(self, tray, data, *prefix):
+        client = subprocess.Popen([*prefix, sys.executable, "-c", CLIENT, tray.socket_path(), data.hex()],
+                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.addCleanup(client.kill)
+        return client
+
+    def test_client_killed_inside_a_frame(self):
+        tray = self.start()
+        # The length promises 100 bytes; 14 come, then the client dies holding the connection.
+        client = self.client(tray, struct.pack("<I", 100) + b"ServiceStatus|")
+        self.assertEqual(client.stdout.readline(), b"sent\n")
+        pump(0.5)
+        client.kill()
+        failure = "Error while reading message in tray"
+        wait_for(lambda: tray.log_lines("ERROR", failure), "the read error")
+        tray.peer("--status", "Waiting,Socket")
+        self.wait_tool_tip(tray.item, "Error: Port busy")
+        self.assertEqual(len(tray.log_lines("ERROR", failure)), 1)
+
+    def test_client_of_another_user_is_refused(self):
+        if os.geteuid() != 0:
+            self.skipTest("needs root to run a client as another user")
+        tray = self.start()
+        wait_for(lambda: os.path.exists(tray.socket_path()), "the socket")
+        # Loosen the file system protection so that only the peer check stands in the way.
+        for folder in (self.root, tray.root, tray.runtime):
+            os.chmod(folder, 0o755)
+        os.chmod(tray.socket_path(), 0o666)
+        # An unknown state: had the tray handled it, its WARN line would tell.
+        client = self.client(tray, frame(b"ServiceStatus|ConnectionState:Unknown,ErrorCode:Success"),
+                             "setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
+        out, err = client.communicate(timeout=15)
+        self.assertEqual((client.returncode, out), (0, b"sent\nclosed\n"), err)
+        self.assertEqual(len(tray.log_lines("WARN", "Refused connection to named pipe in tray from user id")), 1)
+        tray.peer("--status", "Waiting,Validation")
+        self.wait_tool_tip(tray.item, "Error: Invalid client connection")
+        self.assertEqual(tray.log_lines("WARN", "Unexpected status"), [])
+
+    def test_first_status_is_shown_however_early_it_comes_and_closing_stdin_stops_the_tray(self):
+        # The service connects the moment the socket exists and sends its status at once.
+        for attempt in range(20):
+            with self.subTest(attempt=attempt):
+                tray = self.spawn()
+                with connect(tray.socket_path()) as client:
+                    client.sendall(frame(CONNECTED))
+                    self.wait_tool_tip(self.item(), "Connected")
+                self.assertEqual(len(tray.active_log_files()), 1)
+                tray.process.stdin.close()
+                self.assertEqual(tray.process.wait(timeout=10), 0)
+                self.assertEqual([len(tray.log_lines("INFO", text)) for text in ("parent process has stopped",
+                                                                                 "tray application has been stopped")], [1, 1])
+                # The active log file is packed on the way out.
+                self.assertEqual(tray.active_log_files(), [])
+
+    def test_lost_socket_folder_is_waited_for(self):
+        # Without a runtime folder the socket is in the temporary folder, which a cleaner removes
+        # while the service is connected; then the service goes.
+        tray = self.start({"XDG_RUNTIME_DIR": ""})
+        with connect(tray.socket_path()) as client:
+            client.sendall(frame(CONNECTED))
+            self.wait_tool_tip(tray.item, "Connected")
+            shutil.rmtree(tray.env["TMPDIR"])
+        failure = "Unable to listen on named pipe in tray at "
+        errors = wait_for(lambda: tray.log_lines("ERROR", failure), "the listen error")
+        self.assertIn("bind: No such file or directory", errors[0])
+        pump(1.5)
+        # Still trying, logged once.
+        self.assertEqual(len(tray.log_lines("ERROR", failure)), 1)
+        os.makedirs(tray.env["TMPDIR"], mode=0o700)
+        tray.write(frame(b"ServiceStatus|ConnectionState:Waiting,ErrorCode:Socket"))
+        self.wait_tool_tip(tray.item, "Error: Port busy")
+        self.assertEqual(len(tray.log_lines("INFO", "Listening on named pipe in tray again")), 1)
 
 
-def main():
-    global ARGS
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--tray", required=True, help="the tray application binary")
-    parser.add_argument("--peer", help="the service peer tool; without it frames are written here")
-    parser.add_argument("--icons", required=True, help="folder of the shipped PNG icons")
-    ARGS, rest = parser.parse_known_args()
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+class ReportE2E(Harness):
+    # The menu's report command, clicked over com.canonical.dbusmenu as a panel does. Boxes are
+    # read and closed through the accessibility tree, which the tray exports on this bus.
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.bus.request_name("org.a11y.Bus")
+
+    def serve(self, name):
+        self.bus.request_name(name)
+        self.addCleanup(self.bus.release_name, name)
+
+    def start_report(self, downloads=DOWNLOADS, path=None):
+        # A tray with known logs whose download folder is $HOME/`downloads`, its one menu entry
+        # clicked; the reply is not awaited, the tray may send it only after a box is closed.
+        root = os.path.join(self.root, "tray%d" % (self.trays + 1))
+        for name, data in KNOWN_LOGS.items():
+            write(os.path.join(root, "logs", name), data)
+        write(os.path.join(root, "config", "user-dirs.dirs"), b'XDG_DOWNLOAD_DIR="$HOME/%s"\n' % downloads.encode())
+        tray = self.start({"XDG_CONFIG_HOME": os.path.join(root, "config"), **({"PATH": path} if path else {})})
+        menu = self.bus.get_object(tray.item.bus_name, prop(tray.item, "Menu"))
+        _, layout = menu.GetLayout(0, -1, dbus.Array([], signature="s"), dbus_interface=MENU_INTERFACE)
+        entries = [(int(c[0]), str(c[1].get("label", ""))) for c in layout[2] if c[1].get("visible", True)]
+        self.assertEqual([label for _, label in entries], ["Collect logs into a ZIP file"])
+        menu.Event(entries[0][0], "clicked", dbus.Int32(0, variant_level=1), dbus.UInt32(0),
+                   dbus_interface=MENU_INTERFACE, reply_handler=lambda *a: None, error_handler=lambda *a: None)
+        return tray, os.path.join(root, downloads)
+
+    def bin_folder(self, **tools):
+        # A folder for PATH with only `tools`: name=True links the real one, name=text is a script.
+        folder = os.path.join(self.root, "bin")
+        os.makedirs(folder)
+        for name, script in tools.items():
+            if script is True:
+                os.symlink(shutil.which(name), os.path.join(folder, name))
+            else:
+                write(os.path.join(folder, name), script.encode(), 0o755)
+        return folder
+
+    def only_archive(self, downloads):
+        names = os.listdir(downloads)
+        self.assertEqual(len(names), 1, names)
+        self.assertRegex(names[0], ARCHIVE)
+        return os.path.join(downloads, names[0])
+
+    def box_texts(self, text):
+        # The texts of the tray's box, once one shows `text`.
+        return wait_for(lambda: text in (texts := [t for _, _, t in accessible_nodes(self.bus)]) and texts,
+                        "a box with " + text, timeout=30)
+
+    def close_box_and_go_on(self, tray):
+        name, path, _ = next(node for node in accessible_nodes(self.bus) if node[2].replace("&", "") == "OK")
+        self.bus.get_object(name, path, introspect=False).DoAction(0, dbus_interface="org.a11y.atspi.Action")
+        wait_for(lambda: not tray_window(popup=False), "the box to close")
+        # The tray goes on following the service.
+        tray.peer("--status", "Connected,Success")
+        self.wait_tool_tip(tray.item, "Connected")
+
+    def test_report_is_archived_and_shown_in_the_file_manager(self):
+        self.serve(FILE_MANAGER)
+        with socket.socket() as listener:
+            listener.bind(("127.0.0.1", 0))
+            listener.listen()
+            tray, downloads = self.start_report()
+            wait_for(lambda: self.file_manager.calls, "ShowItems", timeout=30)
+            port = listener.getsockname()[1]
+        archive = self.only_archive(downloads)
+        # Exactly one call, with the archive's URI fully percent-encoded (the blank too).
+        pump(0.5)
+        self.assertEqual(self.file_manager.calls, [(["file://" + urllib.parse.quote(archive, safe="/")], "")])
+        with zipfile.ZipFile(archive) as z:
+            self.assertTrue(all(name.startswith("report/") for name in z.namelist()), z.namelist())
+            for name, data in KNOWN_LOGS.items():
+                self.assertEqual(z.read("report/logs/" + name), data, name)
+            # The tray's own active log is there too (only its presence: it moves on).
+            [active] = tray.active_log_files()
+            self.assertIn("report/logs/" + os.path.relpath(active, tray.logs), z.namelist())
+            # The listings come from the live machine: this test's listener and the tray itself.
+            self.assertIn("    TCP 127.0.0.1:%d --> 0.0.0.0:0 LISTEN, PID %d\n" % (port, os.getpid()),
+                          z.read("report/nestat").decode())
+            self.assertRegex(z.read("report/tasklist").decode(), r"(?m)^ PROCESS 'HalvoSoftphone[^']*', OWNER '%s', "
+                             r"PID %d$" % (pwd.getpwuid(os.getuid()).pw_name, tray.process.pid))
+        # The container stays in the temporary folder, empty.
+        [container] = os.listdir(tray.env["TMPDIR"])
+        self.assertRegex(container, "^hv-temp-")
+        self.assertEqual(os.listdir(os.path.join(tray.env["TMPDIR"], container)), [])
+
+    def test_failed_report_shows_the_alert(self):
+        self.serve(FILE_MANAGER)
+        # A download folder whose parent is a regular file (not even root can create it), and zip
+        # missing from PATH.
+        for downloads, path, error in [("blocker/Downloads", None, "Unable to create download folder"),
+                                       (DOWNLOADS, WITHOUT_ZIP["PATH"], "Unable to pack folder")]:
+            with self.subTest(error=error):
+                write(os.path.join(self.root, "tray%d" % (self.trays + 1), "blocker"), b"not a folder\n")
+                tray, downloads = self.start_report(downloads, path)
+                self.assertIn("Unable to prepare Halvo softphone logs", self.box_texts("Error while preparing logs"))
+                self.assertEqual(len(tray.log_lines("ERROR", error)), 1)
+                self.close_box_and_go_on(tray)
+                self.assertEqual((self.file_manager.calls, glob.glob(os.path.join(downloads, "*"))), ([], []))
+                tray.stop()
+
+    def test_without_a_file_manager_the_folder_is_opened(self):
+        # By the default handler: a stand-in xdg-open that writes down its arguments.
+        opened = os.path.join(self.root, "opened.txt")
+        folder = self.bin_folder(**{"xdg-open": '#!/bin/sh\nprintf "%%s\\n" "$@" > "%s.part" && mv "%s.part" "%s"\n'
+                                    % (opened, opened, opened)})
+        tray, downloads = self.start_report(path=folder + os.pathsep + os.environ["PATH"])
+        wait_for(lambda: os.path.exists(opened), "the folder to be opened", timeout=30)
+        with open(opened) as f:
+            self.assertEqual(f.read(), "file://" + urllib.parse.quote(downloads, safe="/") + "\n")
+        self.assertEqual(len(tray.log_lines("WARN", "No file manager shows the report")), 1)
+        self.only_archive(downloads)
+
+    def test_without_file_manager_and_folder_opener_a_notification_says_where_it_is(self):
+        self.serve(NOTIFICATIONS)
+        # An opener that cannot open anything, as on a desktop without a default handler.
+        tray, downloads = self.start_report(path=self.bin_folder(**{"xdg-open": "#!/bin/sh\nexit 3\n"}) + os.pathsep
+                                            + os.environ["PATH"])
+        wait_for(lambda: self.notifications.calls, "the notification", timeout=30)
+        self.assertEqual(self.notifications.calls, [("Logs saved to", self.only_archive(downloads))])
+        self.assertEqual(len(tray.log_lines("WARN", "Unable to open folder")), 1)
+
+    def test_without_any_of_them_a_box_names_the_archive(self):
+        # No file manager, no folder opener on PATH, no notification service.
+        tray, downloads = self.start_report(path=self.bin_folder(zip=True))
+        texts = self.box_texts("Logs saved to")
+        self.assertIn(self.only_archive(downloads), texts)
+        self.close_box_and_go_on(tray)
 
 
 if __name__ == "__main__":
-    main()
+    parser = argparse.ArgumentParser()
+    for option in ("--tray", "--peer", "--icons"):  # the binaries; the shipped PNGs with {name} and {size}
+        parser.add_argument(option)
+    parser.add_argument("--list", action="store_true", help="print the test ids and stop")
+    ARGS, rest = parser.parse_known_args()
+    if ARGS.list:
+        print("\n".join(t.id().split(".", 1)[1] for s in unittest.defaultTestLoader.loadTestsFromModule(sys.modules[__name__])
+                        for t in s))
+    else:
+        unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)

@@ -1,134 +1,162 @@
+// The tray's portable decisions, without a toolkit: what a status message shows, the event-loop
+// pump, the parent monitor and the file URIs given to the desktop.
+
+#include "HvFileUri.h"
 #include "HvLogCapture.h"
-#include "HvPresentationRecorder.h"
-#include "HvServiceStatus.h"
+#include "HvServiceMonitor.h"
 #include "HvStatusMessageHandler.h"
+#include "HvTestSupport.h"
 #include "HvTray.h"
+#include "HvTrayIOService.h"
 
 #include <gtest/gtest.h>
 
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+
 #include <log4cplus/loglevel.h>
 
-#include <memory>
-#include <string>
+#include <optional>
+#include <stdexcept>
+#include <unistd.h>
 
 namespace {
 
-using Hv::ServiceStatus;
-using Hv::Test::shownPresentations;
 using Hv::Tray::Icon;
-using State = ServiceStatus::ConnectionState;
-using Error = ServiceStatus::ErrorCode;
 
-const std::string FIRST_LINE = "Halvo Softphone (130.264.0)\n";
-const char* const UNEXPECTED = "Unexpected status; ignored";
+// What the stand-in for the toolkit shell was asked to show, in order.
+std::vector<std::pair<Icon, std::string>> g_shown;
 
-class TrayTest : public ::testing::Test {
-protected:
-    void SetUp() override { shownPresentations().clear(); }
+} // namespace
 
-    // Shows `status` and returns the one presentation it produced.
-    Hv::Test::ShownPresentation show(ServiceStatus status)
-    {
-        const std::size_t before = shownPresentations().size();
-        Hv::Tray::setStatus(status);
-        EXPECT_EQ(shownPresentations().size(), before + 1) << status.toString();
-        return shownPresentations().back();
-    }
-
-    Hv::Test::LogCapture m_capture;
-};
-
-TEST_F(TrayTest, StatusChoosesIconAndToolTip)
+void Hv::Tray::showPresentation(Icon icon, const std::string& toolTip)
 {
-    auto shown = show({State::Connected, Error::Success});
-    EXPECT_EQ(shown.icon, Icon::Connected);
-    EXPECT_EQ(shown.toolTip, FIRST_LINE + "Connected");
+    g_shown.emplace_back(icon, toolTip);
+}
 
-    // The error code does not matter once connected.
-    shown = show({State::Connected, Error::Socket});
-    EXPECT_EQ(shown.icon, Icon::Connected);
-    EXPECT_EQ(shown.toolTip, FIRST_LINE + "Connected");
+namespace {
 
-    shown = show({State::Waiting, Error::Success});
-    EXPECT_EQ(shown.icon, Icon::Waiting);
-    EXPECT_EQ(shown.toolTip, FIRST_LINE + "Waiting");
-
-    const std::pair<Error, std::string> errors[] = {
-        {Error::Socket, "Error: Port busy"},
-        {Error::Validation, "Error: Invalid client connection"},
-        {Error::NoVDISession, "Error: Unknown host"},
-        {Error::Unknown, "Error: Internal error"},
+TEST(TrayTest, StatusMessagesChooseIconAndToolTip)
+{
+    const Hv::ChannelMessage::Channel status{"ServiceStatus"};
+    const std::string connected = "ConnectionState:Connected,ErrorCode:Success";
+    const struct {
+        Hv::ChannelMessage::Channel channel;
+        std::string body;
+        std::optional<Icon> icon; // none: nothing shown
+        std::string secondLine;
+    } cases[] = {
+        {status, connected, Icon::Connected, "Connected"},
+        // The error code does not matter once connected.
+        {status, "ConnectionState:Connected,ErrorCode:Socket", Icon::Connected, "Connected"},
+        {status, "ConnectionState:Waiting,ErrorCode:Success", Icon::Waiting, "Waiting"},
+        {status, "ConnectionState:Waiting,ErrorCode:Socket", Icon::Error, "Error: Port busy"},
+        {status, "ConnectionState:Waiting,ErrorCode:Validation", Icon::Error, "Error: Invalid client connection"},
+        {status, "ConnectionState:Waiting,ErrorCode:NoVDISession", Icon::Error, "Error: Unknown host"},
+        {status, "ConnectionState:Waiting,ErrorCode:Unknown", Icon::Error, "Error: Internal error"},
+        // The unknown state has no look: a WARN line and nothing else, whatever the error code. A
+        // body without "," parses to it.
+        {status, "ConnectionState:Unknown,ErrorCode:Success", std::nullopt, ""},
+        {status, "ConnectionState:Unknown,ErrorCode:Socket", std::nullopt, ""},
+        {status, "ConnectionState:Connected", std::nullopt, ""},
+        // Other channels are dropped without a word, however valid their body.
+        {{"ServiceStatus", "global"}, connected, std::nullopt, ""},
+        {Hv::ChannelMessage::BROADCAST, connected, std::nullopt, ""},
+        {{"servicestatus"}, connected, std::nullopt, ""},
     };
-    for (const auto& [error, secondLine] : errors) {
-        shown = show({State::Waiting, error});
-        EXPECT_EQ(shown.icon, Icon::Error) << secondLine;
-        EXPECT_EQ(shown.toolTip, FIRST_LINE + secondLine);
+    Hv::Test::LogCapture capture;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.body);
+        g_shown.clear();
+        capture.clear();
+        Hv::Tray::handleStatusMessage(std::make_shared<Hv::ChannelMessage>(c.channel, std::string(c.body)));
+        if (c.icon)
+            EXPECT_EQ(g_shown, (decltype(g_shown){{*c.icon, "Halvo Softphone (130.264.0)\n" + c.secondLine}}));
+        else
+            EXPECT_TRUE(g_shown.empty());
+        EXPECT_EQ(capture.count(log4cplus::WARN_LOG_LEVEL, "Unexpected status; ignored"),
+                  c.channel == status && !c.icon ? 1u : 0u);
     }
-    EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, UNEXPECTED), 0u);
-}
-
-TEST_F(TrayTest, UnknownStateChangesNothingAndWarnsOnce)
-{
-    Hv::Tray::setStatus({State::Connected, Error::Success});
-    ASSERT_EQ(shownPresentations().size(), 1u);
-
-    Hv::Tray::setStatus({State::Unknown, Error::Success});
-    EXPECT_EQ(shownPresentations().size(), 1u);
-    EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, UNEXPECTED), 1u);
-
-    // Whatever the error code: the unknown state has no look of its own.
-    Hv::Tray::setStatus({State::Unknown, Error::Socket});
-    EXPECT_EQ(shownPresentations().size(), 1u);
-    EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, UNEXPECTED), 2u);
-}
-
-TEST_F(TrayTest, FormatsToolTipTexts)
-{
-    EXPECT_EQ(Hv::Tray::formatStatus("Waiting"), "Halvo Softphone (130.264.0)\nWaiting");
-    EXPECT_EQ(Hv::Tray::errorString(Error::Success), "");
-    // Success has no reason, so the text ends in the colon and a blank.
-    EXPECT_EQ(Hv::Tray::formatStatus("Error", Error::Success), FIRST_LINE + "Error: ");
-    EXPECT_EQ(Hv::Tray::formatStatus("Error", Error::Socket), FIRST_LINE + "Error: Port busy");
-    EXPECT_STREQ(Hv::Tray::iconName(Icon::Waiting), "waiting");
-    EXPECT_STREQ(Hv::Tray::iconName(Icon::Error), "error");
-    EXPECT_STREQ(Hv::Tray::iconName(Icon::Connected), "connected");
-}
-
-TEST_F(TrayTest, InitAndDestroyShowNothing)
-{
-    Hv::Tray::init();
-    Hv::Tray::destroy();
-    EXPECT_TRUE(shownPresentations().empty());
-}
-
-Hv::ChannelMessage::Shared message(Hv::ChannelMessage::Channel channel, std::string body)
-{
-    return std::make_shared<Hv::ChannelMessage>(std::move(channel), std::move(body));
-}
-
-TEST_F(TrayTest, MessageHandlerShowsOnlyStatusChannel)
-{
-    Hv::Tray::handleStatusMessage(message({"ServiceStatus"}, "ConnectionState:Waiting,ErrorCode:NoVDISession"));
-    ASSERT_EQ(shownPresentations().size(), 1u);
-    EXPECT_EQ(shownPresentations().back().icon, Icon::Error);
-    EXPECT_EQ(shownPresentations().back().toolTip, FIRST_LINE + "Error: Unknown host");
-
-    // Other channels are dropped without a word, however valid their body.
-    Hv::Tray::handleStatusMessage(message({"ServiceStatus", "global"}, "ConnectionState:Connected,ErrorCode:Success"));
-    Hv::Tray::handleStatusMessage(message(Hv::ChannelMessage::BROADCAST, "ConnectionState:Connected,ErrorCode:Success"));
-    Hv::Tray::handleStatusMessage(message({"servicestatus"}, "ConnectionState:Connected,ErrorCode:Success"));
+    g_shown.clear();
     Hv::Tray::handleStatusMessage(nullptr);
-    EXPECT_EQ(shownPresentations().size(), 1u);
-    EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, UNEXPECTED), 0u);
+    EXPECT_TRUE(g_shown.empty());
+}
 
-    // A body without "," parses to Unknown, Unknown, which the item refuses.
-    Hv::Tray::handleStatusMessage(message({"ServiceStatus"}, "ConnectionState:Connected"));
-    EXPECT_EQ(shownPresentations().size(), 1u);
-    EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, UNEXPECTED), 1u);
+TEST(TrayIOServiceTest, RunsAtMostOneHundredReadyHandlersPerTickAndLogsWhatTheyThrow)
+{
+    Hv::Test::LogCapture capture;
+    boost::asio::io_context context;
+    Hv::TrayIOService service(context);
+    // Work that is not ready does not hold a tick up.
+    boost::asio::steady_timer later(context, std::chrono::hours(1));
+    later.async_wait([](const boost::system::error_code&) {});
+    int ran = 0;
+    for (int i = 0; i < 150; ++i)
+        boost::asio::post(context, [&ran] { ++ran; });
+    EXPECT_EQ(service.handleIoEvents(), 100u);
+    EXPECT_EQ(service.handleIoEvents(), 50u);
+    EXPECT_EQ(service.handleIoEvents(), 0u);
+    // A context that ran out of work (and so stopped) still runs what is posted later.
+    later.cancel();
+    EXPECT_EQ(service.handleIoEvents(), 1u);
+    // What a handler throws is logged; the handlers after it run on the next ticks.
+    boost::asio::post(context, [] { throw std::runtime_error("bind: No such file or directory"); });
+    boost::asio::post(context, [] { throw 42; });
+    boost::asio::post(context, [&ran] { ++ran; });
+    for (int tick = 0; tick < 3; ++tick)
+        service.pump();
+    EXPECT_EQ(ran, 151);
+    EXPECT_EQ(capture.messages(log4cplus::ERROR_LOG_LEVEL),
+              (std::vector<std::string>{"Exception in an event handler: bind: No such file or directory",
+                                        "Exception in an event handler: not a standard exception"}));
+}
 
-    Hv::Tray::handleStatusMessage(message({"ServiceStatus"}, "ConnectionState:Connected,ErrorCode:Success"));
-    ASSERT_EQ(shownPresentations().size(), 2u);
-    EXPECT_EQ(shownPresentations().back().icon, Icon::Connected);
+// Runs the monitor for a second with standard input a pipe from the "parent" and exits with the
+// number of onStop calls, or 9 when onStop came without the INFO line before it.
+void watchParent(const std::string& parentWrites, bool parentCloses)
+{
+    Hv::Test::LogCapture capture;
+    int fds[2];
+    if (pipe(fds) != 0 || dup2(fds[0], STDIN_FILENO) < 0
+        || write(fds[1], parentWrites.data(), parentWrites.size()) != static_cast<ssize_t>(parentWrites.size()))
+        std::_Exit(10);
+    if (parentCloses)
+        close(fds[1]);
+    boost::asio::io_context context;
+    int stops = 0;
+    bool logged = true;
+    Hv::ServiceMonitor monitor(context.get_executor(), [&] {
+        ++stops;
+        logged = logged && capture.count(log4cplus::INFO_LOG_LEVEL, "parent process has stopped") == 1;
+    });
+    context.run_for(std::chrono::seconds(1));
+    std::_Exit(logged ? stops : 9);
+}
+
+TEST(ServiceMonitorDeathTest, StopsOnceAtTheEndOfStandardInputOnly)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // What the parent writes is read and dropped.
+    const std::string status = Hv::Test::frame("ServiceStatus|ConnectionState:Connected,ErrorCode:Success");
+    EXPECT_EXIT(watchParent("", true), ::testing::ExitedWithCode(1), "");
+    EXPECT_EXIT(watchParent("", false), ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(watchParent(status, false), ::testing::ExitedWithCode(0), "");
+}
+
+TEST(FileUriTest, EncodesEveryByteButUnreservedOnesAndSlashes)
+{
+    const std::pair<std::string, std::string> cases[] = {
+        {"/", "file:///"},
+        {"/home/u/My Downloads/report_2026-11-15~1.zip", "file:///home/u/My%20Downloads/report_2026-11-15~1.zip"},
+        // Reserved and otherwise special characters, "%" itself included, in upper-case hex.
+        {"/a%b#c?d&e=f+g;h,i:j@k!l$m'n(o)p*q[r]s", "file:///a%25b%23c%3Fd%26e%3Df%2Bg%3Bh%2Ci%3Aj%40k%21l%24m%27n%28o%29p%2Aq%5Br%5Ds"},
+        {"/\"`\\<>{}|^", "file:///%22%60%5C%3C%3E%7B%7D%7C%5E"},
+        // Non-ASCII names byte by byte in their UTF-8 form; control bytes too.
+        {"/T\xC3\xA9l\xC3\xA9" "chargements/\xE6\x97\xA5", "file:///T%C3%A9l%C3%A9chargements/%E6%97%A5"},
+        {std::string("/a\tb\nc\x7F\xFF", 8), "file:///a%09b%0Ac%7F%FF"},
+    };
+    for (const auto& [path, uri] : cases)
+        EXPECT_EQ(Hv::Tray::fileUri(path), uri);
 }
 
 } // namespace
