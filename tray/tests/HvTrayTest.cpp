@@ -18,6 +18,7 @@
 
 #include <optional>
 #include <stdexcept>
+#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -38,41 +39,30 @@ namespace {
 
 TEST(TrayTest, StatusMessagesChooseIconAndToolTip)
 {
-    const Hv::ChannelMessage::Channel status{"ServiceStatus"};
-    const std::string connected = "ConnectionState:Connected,ErrorCode:Success";
-    const struct {
-        Hv::ChannelMessage::Channel channel;
-        std::string body;
-        std::optional<Icon> icon; // none: nothing shown
-        std::string secondLine;
-    } cases[] = {
-        {status, connected, Icon::Connected, "Connected"},
+    // A body, and the icon and second tool tip line it shows; none: nothing but a WARN line. (The
+    // end-to-end test sends the other channels.)
+    const std::tuple<std::string, std::optional<Icon>, std::string> cases[] = {
+        {"ConnectionState:Connected,ErrorCode:Success", Icon::Connected, "Connected"},
         // The error code does not matter once connected.
-        {status, "ConnectionState:Connected,ErrorCode:Socket", Icon::Connected, "Connected"},
-        {status, "ConnectionState:Waiting,ErrorCode:Success", Icon::Waiting, "Waiting"},
-        {status, "ConnectionState:Waiting,ErrorCode:Socket", Icon::Error, "Error: Port busy"},
-        {status, "ConnectionState:Waiting,ErrorCode:Validation", Icon::Error, "Error: Invalid client connection"},
-        {status, "ConnectionState:Waiting,ErrorCode:NoVDISession", Icon::Error, "Error: Unknown host"},
-        {status, "ConnectionState:Waiting,ErrorCode:Unknown", Icon::Error, "Error: Internal error"},
-        // The unknown state has no look: a WARN line and nothing else, whatever the error code. A
-        // body without "," parses to it. (The end-to-end test sends the other channels.)
-        {status, "ConnectionState:Unknown,ErrorCode:Socket", std::nullopt, ""},
-        {status, "ConnectionState:Connected", std::nullopt, ""},
-        // Channel names are matched exactly, and a valid body on another one is dropped unlogged.
-        {{"servicestatus"}, connected, std::nullopt, ""},
+        {"ConnectionState:Connected,ErrorCode:Socket", Icon::Connected, "Connected"},
+        {"ConnectionState:Waiting,ErrorCode:Success", Icon::Waiting, "Waiting"},
+        {"ConnectionState:Waiting,ErrorCode:Socket", Icon::Error, "Error: Port busy"},
+        {"ConnectionState:Waiting,ErrorCode:Validation", Icon::Error, "Error: Invalid client connection"},
+        {"ConnectionState:Waiting,ErrorCode:NoVDISession", Icon::Error, "Error: Unknown host"},
+        {"ConnectionState:Waiting,ErrorCode:Unknown", Icon::Error, "Error: Internal error"},
+        // The unknown state has no look, whatever the error code; a body without "," parses to it.
+        {"ConnectionState:Unknown,ErrorCode:Socket", std::nullopt, ""},
+        {"ConnectionState:Connected", std::nullopt, ""},
     };
     Hv::Test::LogCapture capture;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.body);
+    for (const auto& [body, icon, secondLine] : cases) {
+        SCOPED_TRACE(body);
         g_shown.clear();
         capture.clear();
-        Hv::Tray::handleStatusMessage(std::make_shared<Hv::ChannelMessage>(c.channel, std::string(c.body)));
-        if (c.icon)
-            EXPECT_EQ(g_shown, (decltype(g_shown){{*c.icon, "Halvo Softphone (130.264.0)\n" + c.secondLine}}));
-        else
-            EXPECT_TRUE(g_shown.empty());
-        EXPECT_EQ(capture.count(log4cplus::WARN_LOG_LEVEL, "Unexpected status; ignored"),
-                  c.channel == status && !c.icon ? 1u : 0u);
+        Hv::Tray::handleStatusMessage(std::make_shared<Hv::ChannelMessage>(Hv::ChannelMessage::Channel{"ServiceStatus"}, std::string(body)));
+        using Shown = decltype(g_shown);
+        EXPECT_EQ(g_shown, (icon ? Shown{{*icon, "Halvo Softphone (130.264.0)\n" + secondLine}} : Shown{}));
+        EXPECT_EQ(capture.count(log4cplus::WARN_LOG_LEVEL, "Unexpected status; ignored"), icon ? 0u : 1u);
     }
 }
 
