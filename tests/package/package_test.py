@@ -25,14 +25,10 @@ def run(*command, **kwargs):
 class PackageTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.work = tempfile.mkdtemp(prefix="hv-package-test-")
+        cls.work = cls.enterClassContext(tempfile.TemporaryDirectory(prefix="hv-package-test-"))
         made = run(ARGS.cpack, "-G", "DEB", "--config", os.path.join(ARGS.build_dir, "CPackConfig.cmake"), "-B", cls.work)
         assert made.returncode == 0, "cpack failed:\n" + made.stdout + made.stderr
         [cls.deb] = glob.glob(os.path.join(cls.work, "*.deb"))
-
-    @classmethod
-    def tearDownClass(cls):
-        shutil.rmtree(cls.work, ignore_errors=True)
 
     def test_control_fields_and_files(self):
         field = lambda name: run("dpkg-deb", "-f", self.deb, name).stdout.rstrip("\n")
@@ -76,15 +72,8 @@ class PackageTest(unittest.TestCase):
         sys.stderr.write(result.stderr)
         self.assertRegex(result.stderr, r"Ran 2 tests in [\d.]+s\n\nOK\n")
 
-        home, logs = os.path.join(self.work, "home"), os.path.join(self.work, "logs")
-        os.makedirs(logs)
-        with open(os.path.join(logs, "known.log"), "w") as f:
-            f.write("a line of the softphone's log\n")
-        env = dict(os.environ, HOME=home, HV_SOFTPHONE_LOG_DIR=logs, TMPDIR=self.work, XDG_CONFIG_HOME=home)
-        result = run(os.path.join(root, REPORT), env=env)
-        self.assertEqual(result.returncode, 0, result.stderr)
-        self.assertRegex(result.stdout, r"^%s/Downloads/halvo-softphone-report-.*-%s\.zip\n$" % (home, VERSION))
-        self.assertRegex(run("unzip", "-l", result.stdout.rstrip("\n")).stdout, r"(?m)\sreport/logs/known\.log$")
+        # The report too: its archive is the end-to-end and command-line tests' business.
+        self.assertEqual(run(os.path.join(root, REPORT), "--version").stdout, "hv-collect-report %s\n" % VERSION)
 
         dpkg("--purge", NAME)
         left = [os.path.relpath(os.path.join(folder, name), root) for folder, folders, files in os.walk(root)

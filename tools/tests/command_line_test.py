@@ -2,7 +2,7 @@
 # The tools' command lines as a user meets them: what --help, --version and refusals print, and the
 # exit status. Run by CTest: command_line_test.py --peer PATH --report PATH.
 
-import argparse, os, subprocess, sys, tempfile, unittest
+import argparse, os, pathlib, subprocess, sys, tempfile, unittest
 
 TOOLS = {}  # name: path
 # What reaches the terminal; the service peer's reasons are checked case by case by its parser's test.
@@ -36,19 +36,16 @@ class CommandLineTest(unittest.TestCase):
         with tempfile.TemporaryDirectory(prefix="hv-cli-") as root:
             # A zip that talks on its standard output and fails: its words must not reach ours,
             # which carries only the archive's path.
-            for folder in ("bin", "logs"):
-                os.makedirs(os.path.join(root, folder))
-            with open(os.path.join(root, "bin", "zip"), "w") as f:
-                f.write("#!/bin/sh\necho 'zip noise'\nexit 12\n")
-            os.chmod(os.path.join(root, "bin", "zip"), 0o755)
+            os.makedirs(os.path.join(root, "logs"))
+            pathlib.Path(root, "zip").write_text("#!/bin/sh\necho 'zip noise'\nexit 12\n")
+            os.chmod(os.path.join(root, "zip"), 0o755)
             result = run("hv-collect-report", env=dict(os.environ, HOME=root, XDG_CONFIG_HOME=root, TMPDIR=root,
                                                        HV_SOFTPHONE_LOG_DIR=os.path.join(root, "logs"),
-                                                       PATH=os.path.join(root, "bin") + os.pathsep + os.environ["PATH"]))
+                                                       PATH=root + os.pathsep + os.environ["PATH"]))
         self.assertEqual((result.returncode, result.stdout), (1, ""), result.stderr)
         self.assertIn("zip noise\n", result.stderr)
         self.assertRegex(result.stderr, r"(?m)^hv-collect-report: the report could not be built: "
                          r"Unable to pack folder: .*Downloads/halvo-softphone-report-.*\.zip.*error=12")
-
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()

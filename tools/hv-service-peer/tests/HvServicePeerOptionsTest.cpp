@@ -11,10 +11,8 @@ TEST(ServicePeerOptionsTest, RefusesBadArguments)
     // Arguments, and a piece of the one-line reason.
     const std::vector<std::pair<std::vector<std::string>, std::string>> refused = {
         {{}, "nothing to send"},
-        {{"--cycle", "--delay-ms", "10"}, "nothing to send"},
         {{"--status", "Connected"}, "invalid status 'Connected'"},
         {{"--status", "connected,Success"}, "invalid status"},
-        {{"--status", "Connected,Success,x"}, "invalid status"},
         {{"--channel", "A", "--status", "Connected,Success"}, "--channel must be followed by --body"},
         {{"--channel", "", "--body", "x"}, "empty channel"},
         {{"--body", "x"}, "--body must follow --channel"},
@@ -26,7 +24,6 @@ TEST(ServicePeerOptionsTest, RefusesBadArguments)
         {{"--stat", "Connected,Success"}, "unrecognised option '--stat'"},
         {{"--status", "Connected,Success", "--cycle"}, "--cycle needs messages and a --delay-ms"},
         {{"--status", "Connected,Success", "--stop-after-ms", "100"}, "--stop-after-ms needs --spawn or --cycle"},
-        {{"--spawn", "/bin/tray", "--stop-after-ms", "0"}, "'--stop-after-ms' is invalid"},
         {{"--spawn", ""}, "--spawn needs the program"},
         // A syntax error wins over help: the command line is wrong whatever was asked.
         {{"--help", "--frobnicate"}, "unrecognised option '--frobnicate'"},
