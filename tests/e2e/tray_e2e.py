@@ -253,6 +253,8 @@ class TrayE2E(Harness):
     def test_statuses_follow_the_table_and_nothing_else(self):
         tray = self.start()
         self.assert_icon(tray.item, "waiting")
+        # Panels list the item by its title; the toolkit gives the id the same text.
+        self.assertEqual((prop(tray.item, "Title"), prop(tray.item, "Id")), ("Halvo Softphone",) * 2)
         # The three looks differ in their pixels, not only in their text.
         self.assertEqual(len({shipped_icon(name, 22) for name in ("waiting", "error", "connected")}), 3)
         # Every look once; the whole decision table is the unit test's.
