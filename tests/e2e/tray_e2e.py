@@ -8,10 +8,9 @@
 #       --tray PATH --peer PATH --icons 'FOLDER/{name}-{size}.png' [TrayE2E.test_...]
 #   tray_e2e.py --list    prints the id of every test; CTest registers one entry per id
 
-import argparse, functools, glob, gzip, os, pwd, re, shutil, socket, struct, subprocess, sys
-import tempfile, time, unittest, urllib.parse, zipfile
+import argparse, functools, glob, gzip, os, pathlib, re, shutil, socket, subprocess, sys, tempfile, time, unittest
+import urllib.parse, zipfile
 
-import dbus
 import dbus.service
 from dbus.mainloop.glib import DBusGMainLoop
 from gi.repository import GLib
@@ -23,11 +22,7 @@ PROPERTIES = "org.freedesktop.DBus.Properties"
 FILE_MANAGER = "org.freedesktop.FileManager1"
 NOTIFICATIONS = "org.freedesktop.Notifications"
 FIRST_LINE = "Halvo Softphone (130.264.0)\n"
-# For a tray whose menu command is only clicked: the report fails at once and reveals nothing.
-WITHOUT_ZIP = {"PATH": "/nonexistent"}
 CONNECTED = b"ServiceStatus|ConnectionState:Connected,ErrorCode:Success"
-DOWNLOADS = "My Downloads"
-ARCHIVE = re.compile(r"^halvo-softphone-report-\d{4}-\d\d-\d\d_\d{6}_UTC-130\.264\.0\.zip$")
 # In the log folder before the tray starts; unlike the tray's own log they do not change, so the
 # archive must hold them byte for byte.
 KNOWN_LOGS = {"halvo-softphone-2026-01-02-130.264.0-4242.gz": gzip.compress(os.urandom(64 * 1024)),
@@ -36,7 +31,9 @@ ARGS = None  # from the command line
 
 
 class Desktop(dbus.service.Object):
-    # One desktop service at one object path; it records what it is asked.
+    # The desktop's services, at each of their object paths; it records what it is asked.
+    SUPPORTS_MULTIPLE_OBJECT_PATHS = True
+
     def __init__(self, bus, path="/StatusNotifierWatcher"):
         super().__init__(bus, path)
         self.items, self.calls = [], []  # (bus name, object path) of each registered item; other calls
@@ -61,11 +58,11 @@ class Desktop(dbus.service.Object):
 
     @dbus.service.method(FILE_MANAGER, in_signature="ass")
     def ShowItems(self, uris, startup_id):
-        self.calls.append((list(uris), startup_id))
+        self.calls.append(("ShowItems", list(uris), startup_id))
 
     @dbus.service.method(NOTIFICATIONS, in_signature="susssasa{sv}i", out_signature="u")
     def Notify(self, app, replaces, icon, summary, body, actions, hints, timeout):
-        self.calls.append((summary, body))
+        self.calls.append(("Notify", summary, body))
         return len(self.calls)
 
     # Applications export their accessibility trees on the bus this names: this very one.
@@ -99,18 +96,16 @@ def run(*command):
 
 def write(path, data, mode=0o644):
     os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, "wb") as f:
-        f.write(data)
+    pathlib.Path(path).write_bytes(data)
     os.chmod(path, mode)
 
 
 def frame(payload):
-    return struct.pack("<I", len(payload)) + payload
+    return len(payload).to_bytes(4, "little") + payload
 
 
-def resident_kib(pid):
-    with open("/proc/%d/status" % pid) as f:
-        return int(next(line for line in f if line.startswith("VmRSS:")).split()[1])
+def resident_kib(pid):  # for the tray benchmark
+    return int(re.search(r"VmRSS:\s*(\d+)", pathlib.Path("/proc/%d/status" % pid).read_text())[1])
 
 
 def premultiplied(argb):
@@ -150,10 +145,6 @@ def embedded_window():
     return None
 
 
-def window_image(window):
-    return subprocess.run(["xwd", "-silent", "-id", window], capture_output=True, check=True).stdout
-
-
 def accessible_nodes(bus):
     # (bus name, path, name) of every accessible object of every application on this bus.
     def under(name, path, depth):
@@ -167,21 +158,6 @@ def accessible_nodes(bus):
                 yield from under(name, "/org/a11y/atspi/accessible/root", 0)
         except dbus.DBusException:
             pass  # no accessibility tree there
-
-
-# A raw client: connects to argv[1], writes the bytes given in hex as argv[2] and says "sent";
-# says "closed" once the other side closes the connection.
-CLIENT = """import socket, sys
-client = socket.socket(socket.AF_UNIX)
-client.connect(sys.argv[1])
-try:
-    client.sendall(bytes.fromhex(sys.argv[2]))
-    print("sent", flush=True)
-    client.recv(1)
-except (BrokenPipeError, ConnectionResetError):
-    pass  # refused
-print("closed", flush=True)
-"""
 
 
 def connect(path, timeout=10.0):
@@ -216,12 +192,9 @@ class Tray:
 
     def log_lines(self, level, text):
         # Lines at `level` ("[WARN ] ..." in the file) with `text`: the active file and the packed parts.
-        lines = []
-        for path in sorted(glob.glob(os.path.join(self.logs, "**"), recursive=True)):
-            if os.path.isfile(path):
-                with (gzip.open if path.endswith(".gz") else open)(path, "rb") as f:
-                    lines += f.read().decode("utf-8", "replace").splitlines()
-        return [line for line in lines if line[1:].split("]", 1)[0].strip() == level and text in line]
+        files = [pathlib.Path(p).read_bytes() for p in sorted(glob.glob(self.logs + "/**", recursive=True)) if os.path.isfile(p)]
+        lines = b"\n".join(gzip.decompress(data) if data[:2] == b"\x1f\x8b" else data for data in files).decode("utf-8", "replace")
+        return [line for line in lines.splitlines() if line[1:].split("]", 1)[0].strip() == level and text in line]
 
     def active_log_files(self):
         return glob.glob(os.path.join(self.logs, "**", "*-130.264.0-%d" % self.process.pid), recursive=True)
@@ -230,38 +203,19 @@ class Tray:
         subprocess.run([ARGS.peer, "--pipe", "tray", *arguments], env=self.env, check=True, timeout=10,
                        capture_output=True)
 
-    def write(self, data, timeout=5):
-        # Bytes framed here, a check of the wire format of its own; returns once the receiver has
-        # read them all and let go.
-        with connect(self.socket_path()) as client:
-            client.sendall(data)
-            client.shutdown(socket.SHUT_WR)
-            client.settimeout(timeout)
-            assert client.recv(1) == b"", "the receiver wrote to its client"
-
     def stop(self):
         if self.process:
             self.process.kill()
-            self.process.wait()
-            self.process.stdin.close()
+            self.process.communicate()  # and its stdin closed
         self.output.close()
 
 
 class Harness(unittest.TestCase):
-    bus = None
-
-    @classmethod
-    def setUpClass(cls):
-        if Harness.bus is None:  # an object path is exported once a process
-            DBusGMainLoop(set_as_default=True)
-            Harness.bus = dbus.SessionBus()
-            Harness.watcher, Harness.file_manager, Harness.notifications, Harness.a11y = (
-                Desktop(Harness.bus, path) for path in ("/StatusNotifierWatcher", "/org/freedesktop/FileManager1",
-                                                        "/org/freedesktop/Notifications", "/org/a11y/bus"))
+    bus = watcher = None  # set once a process, before the tests: an object path is exported once
 
     def setUp(self):
         self.bus.request_name(WATCHER_NAME)
-        self.file_manager.calls, self.notifications.calls = [], []
+        self.watcher.calls = []
         self.root = tempfile.mkdtemp(prefix="hv-e2e-")
         self.addCleanup(shutil.rmtree, self.root, True)
         self.trays = 0
@@ -284,29 +238,15 @@ class Harness(unittest.TestCase):
     def item(self):
         return self.bus.get_object(*wait_for(lambda: self.watcher.items and self.watcher.items[-1], "the item"))
 
-    def tool_tip(self, item):
-        return str(prop(item, "ToolTip")[2])
-
     def wait_tool_tip(self, item, second_line):
-        wait_for(lambda: self.tool_tip(item) == FIRST_LINE + second_line, lambda: "%r, not %r" % (
-            FIRST_LINE + second_line, self.tool_tip(item)))
+        tool_tip = lambda: str(prop(item, "ToolTip")[2])
+        wait_for(lambda: tool_tip() == FIRST_LINE + second_line, lambda: "%r, not %r" % (FIRST_LINE + second_line, tool_tip()))
 
     def assert_icon(self, item, name):
-        compared = 0
-        for width, _, data in prop(item, "IconPixmap"):
-            if os.path.exists(ARGS.icons.format(name=name, size=width)):
-                shown, shipped = premultiplied(bytes(data)), shipped_icon(name, int(width))
-                self.assertTrue(len(shown) == len(shipped) and all(abs(x - y) <= 1 for x, y in zip(shown, shipped)),
-                                "%s at %d" % (name, width))
-                compared += 1
-        self.assertGreater(compared, 0, "no shipped size of " + name)
-
-    def click_menu_entry(self, tray):
-        # The menu window opens; a click on its one entry runs the report (failing at once here).
-        menu = wait_for(lambda: tray_window(popup=True), "the menu")
-        subprocess.run(["xdotool", "mousemove", "--window", menu, "20", "10", "click", "1"], check=True)
-        wait_for(lambda: tray.log_lines("ERROR", "Unable to pack folder"), "the report command")
-        self.assertIsNone(tray.process.poll())
+        # At the panel's size; the package test checks that every size is shipped.
+        [shown] = [premultiplied(bytes(data)) for width, _, data in prop(item, "IconPixmap") if width == 22]
+        shipped = shipped_icon(name, 22)
+        self.assertTrue(len(shown) == len(shipped) and all(abs(x - y) <= 1 for x, y in zip(shown, shipped)), name)
 
 
 class TrayE2E(Harness):
@@ -314,36 +254,35 @@ class TrayE2E(Harness):
         tray = self.start()
         self.assert_icon(tray.item, "waiting")
         # Panels list the item by its title; the toolkit gives the id the same text.
-        self.assertEqual((prop(tray.item, "Title"), prop(tray.item, "Id")), ("Halvo Softphone", "Halvo Softphone"))
+        self.assertEqual((prop(tray.item, "Title"), prop(tray.item, "Id")), ("Halvo Softphone",) * 2)
         # The three looks differ in their pixels, not only in their text.
         self.assertEqual(len({shipped_icon(name, 22) for name in ("waiting", "error", "connected")}), 3)
-        for status, icon, second_line in [("Connected,Success", "connected", "Connected"),
-                                          ("Waiting,Socket", "error", "Error: Port busy"),
-                                          ("Connected,Socket", "connected", "Connected"),
-                                          ("Waiting,NoVDISession", "error", "Error: Unknown host"),
-                                          ("Waiting,Success", "waiting", "Waiting"),
-                                          ("Waiting,Validation", "error", "Error: Invalid client connection"),
-                                          ("Waiting,Unknown", "error", "Error: Internal error")]:
+        # Every look once; the whole decision table is the unit test's.
+        for status, icon, second_line in [("Connected,Success", "connected", "Connected"), ("Waiting,Success", "waiting", "Waiting"),
+                                          ("Waiting,Socket", "error", "Error: Port busy")]:
             with self.subTest(status=status):
                 tray.peer("--status", status)
                 self.wait_tool_tip(tray.item, second_line)
                 self.assert_icon(tray.item, icon)
-        self.assertEqual(tray.log_lines("WARN", "Unexpected status"), [])
+        if os.geteuid() == 0:
+            # A client of another user, with the file system protection loosened so that only the
+            # peer check stands in the way, is let go unread: its unknown state is never logged.
+            for path in (self.root, tray.root, tray.runtime, tray.socket_path()):
+                os.chmod(path, 0o777)
+            client = subprocess.run([sys.executable, "-c", "import socket, sys\nc = socket.socket(socket.AF_UNIX)\n"
+                                     "c.connect(sys.argv[1])\ntry:\n c.sendall(bytes.fromhex(sys.argv[2]))\n c.recv(1)\n"
+                                     "except (BrokenPipeError, ConnectionResetError):\n pass\nprint('closed')",
+                                     tray.socket_path(), frame(b"ServiceStatus|ConnectionState:Unknown,ErrorCode:Success").hex()],
+                                    user="nobody", group="nogroup", extra_groups=[], capture_output=True, timeout=15)
+            self.assertEqual((client.returncode, client.stdout), (0, b"closed\n"), client.stderr)
         # An unknown state and other channels change nothing. Handled in order: once the unknown
         # state is logged, the messages before it are handled too.
         icon, body = prop(tray.item, "IconPixmap"), CONNECTED[14:].decode()
         tray.peer("--channel", "ServiceStatus-global", "--body", body, "--channel", "Broadcast", "--body", body,
                   "--status", "Unknown,Success")
         wait_for(lambda: tray.log_lines("WARN", "Unexpected status; ignored"), "the WARN line")
-        self.assertEqual(self.tool_tip(tray.item), FIRST_LINE + "Error: Internal error")
-        self.assertEqual(prop(tray.item, "IconPixmap"), icon)
-
-    def test_left_click_opens_the_menu(self):
-        tray = self.start(WITHOUT_ZIP)
-        self.assertIsNone(tray_window(popup=True))
-        # What a panel sends on a left click.
-        tray.item.Activate(dbus.Int32(100), dbus.Int32(100), dbus_interface=ITEM_INTERFACE)
-        self.click_menu_entry(tray)
+        self.wait_tool_tip(tray.item, "Error: Port busy")
+        self.assertEqual((prop(tray.item, "IconPixmap"), len(tray.log_lines("WARN", "Unexpected status"))), (icon, 1))
 
     def test_xembed_tray_without_a_status_notifier_host(self):
         self.bus.release_name(WATCHER_NAME)
@@ -354,114 +293,23 @@ class TrayE2E(Harness):
         # The panel must own the tray selection before the tray asks for it.
         wait_for(lambda: "trayer" in run("xwininfo", "-root", "-tree"), "the panel")
         pump(0.5)
-        tray = self.spawn(WITHOUT_ZIP)
+        tray = self.spawn()
         window = wait_for(embedded_window, "the embedded item")
-        pump(0.3)
-        waiting = window_image(window)
-        tray.peer("--status", "Waiting,Socket")
-        wait_for(lambda: window_image(window) != waiting, "the error icon")
-        tray.peer("--status", "Waiting,Success")
-        wait_for(lambda: window_image(window) == waiting, "the waiting icon again")
         self.assertEqual((tray.log_lines("WARN", "No system tray is available"), self.watcher.items), ([], []))
         subprocess.run(["xdotool", "mousemove", "--window", window, "11", "11", "click", "1"], check=True)
-        self.click_menu_entry(tray)
-
-    def test_without_a_tray_host_warns_and_keeps_running(self):
-        self.bus.release_name(WATCHER_NAME)
-        tray = self.spawn()
-        wait_for(lambda: tray.log_lines("WARN", "No system tray is available"), "the warning")
-        # It still follows the service.
-        tray.peer("--status", "Unknown,Success")
-        wait_for(lambda: tray.log_lines("WARN", "Unexpected status; ignored"), "the WARN line")
-        self.assertEqual(len(tray.log_lines("WARN", "No system tray is available")), 1)
-        self.assertEqual(self.watcher.items, [])
-        self.assertIsNone(tray.process.poll())
+        wait_for(lambda: tray_window(popup=True), "the menu")
 
     def test_peer_spawns_the_tray_and_ends_it_by_closing_its_input(self):
         tray = self.spawn(start=False)
-
-        def parent(*arguments):
-            peer = subprocess.Popen([ARGS.peer, "--spawn", ARGS.tray, *arguments], env=tray.env, text=True,
-                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-            self.addCleanup(peer.kill)
-            return peer
-        # A list: shown, then the tray is ended at the stop time.
-        peer = parent("--status", "Connected,Success", "--stop-after-ms", "2500")
+        peer = subprocess.Popen([ARGS.peer, "--spawn", ARGS.tray, "--status", "Connected,Success", "--stop-after-ms", "2500"],
+                                env=tray.env, text=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.addCleanup(peer.kill)
         self.wait_tool_tip(self.item(), "Connected")
         out, err = peer.communicate(timeout=10)
         self.assertEqual(peer.returncode, 0, err)
         self.assertRegex(out, r"HalvoSoftphoneTray \(pid \d+\) exited with status 0")
-        # A cycle until SIGTERM: the tray goes round the list more than once.
-        self.watcher.items = []
-        peer = parent("--cycle", "--delay-ms", "200", "--status", "Connected,Success", "--status", "Waiting,Socket")
-        item = self.item()
-        for second_line in ("Connected", "Error: Port busy") * 2:
-            self.wait_tool_tip(item, second_line)
-        peer.terminate()
-        out, err = peer.communicate(timeout=10)
-        self.assertEqual(peer.returncode, 0, err)
-        self.assertIn("exited with status 0", out)
-        # Ended through its input both times, not by a signal.
-        self.assertEqual(len(tray.log_lines("INFO", "parent process has stopped")), 2)
-        self.assertEqual(len(tray.log_lines("INFO", "tray application has been stopped")), 2)
-
-    def test_flood_of_frames_keeps_the_tray_responsive(self):
-        tray = self.start()
-        tray.peer("--status", "Connected,Success")
-        self.wait_tool_tip(tray.item, "Connected")
-        before = resident_kib(tray.process.pid)
-        statuses = [b"ServiceStatus|ConnectionState:Waiting,ErrorCode:Socket", CONNECTED,
-                    b"ServiceStatus|ConnectionState:Waiting,ErrorCode:Validation"]
-        # Payloads that are no channel message between valid statuses; the last one differs from
-        # the status before the flood.
-        tray.write(b"".join(frame(b"no channel message %d " % i + b"x" * (i % 64)) + frame(statuses[i % 3])
-                            for i in range(5000)) + frame(statuses[0]), timeout=90)
-        self.wait_tool_tip(tray.item, "Error: Port busy")
-        tray.peer("--status", "Waiting,NoVDISession")
-        self.wait_tool_tip(tray.item, "Error: Unknown host")
-        self.assert_icon(tray.item, "error")
-        # Under the sanitizers resident memory says nothing (freed blocks wait in quarantine).
-        if not os.environ.get("HV_E2E_SANITIZED"):
-            self.assertLess(resident_kib(tray.process.pid) - before, 16 * 1024)
-        self.assertIsNone(tray.process.poll())
-
-    def client(self, tray, data, *prefix):
-        client = subprocess.Popen([*prefix, sys.executable, "-c", CLIENT, tray.socket_path(), data.hex()],
-                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        self.addCleanup(client.kill)
-        return client
-
-    def test_client_killed_inside_a_frame(self):
-        tray = self.start()
-        # The length promises 100 bytes; 14 come, then the client dies holding the connection.
-        client = self.client(tray, struct.pack("<I", 100) + b"ServiceStatus|")
-        self.assertEqual(client.stdout.readline(), b"sent\n")
-        pump(0.5)
-        client.kill()
-        failure = "Error while reading message in tray"
-        wait_for(lambda: tray.log_lines("ERROR", failure), "the read error")
-        tray.peer("--status", "Waiting,Socket")
-        self.wait_tool_tip(tray.item, "Error: Port busy")
-        self.assertEqual(len(tray.log_lines("ERROR", failure)), 1)
-
-    def test_client_of_another_user_is_refused(self):
-        if os.geteuid() != 0:
-            self.skipTest("needs root to run a client as another user")
-        tray = self.start()
-        wait_for(lambda: os.path.exists(tray.socket_path()), "the socket")
-        # Loosen the file system protection so that only the peer check stands in the way.
-        for folder in (self.root, tray.root, tray.runtime):
-            os.chmod(folder, 0o755)
-        os.chmod(tray.socket_path(), 0o666)
-        # An unknown state: had the tray handled it, its WARN line would tell.
-        client = self.client(tray, frame(b"ServiceStatus|ConnectionState:Unknown,ErrorCode:Success"),
-                             "setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
-        out, err = client.communicate(timeout=15)
-        self.assertEqual((client.returncode, out), (0, b"sent\nclosed\n"), err)
-        self.assertEqual(len(tray.log_lines("WARN", "Refused connection to named pipe in tray from user id")), 1)
-        tray.peer("--status", "Waiting,Validation")
-        self.wait_tool_tip(tray.item, "Error: Invalid client connection")
-        self.assertEqual(tray.log_lines("WARN", "Unexpected status"), [])
+        # Ended through its input at the stop time, not by a signal.
+        self.assertEqual(len(tray.log_lines("INFO", "parent process has stopped")), 1)
 
     def test_first_status_is_shown_however_early_it_comes_and_closing_stdin_stops_the_tray(self):
         # The service connects the moment the socket exists and sends its status at once.
@@ -474,8 +322,6 @@ class TrayE2E(Harness):
                 self.assertEqual(len(tray.active_log_files()), 1)
                 tray.process.stdin.close()
                 self.assertEqual(tray.process.wait(timeout=10), 0)
-                self.assertEqual([len(tray.log_lines("INFO", text)) for text in ("parent process has stopped",
-                                                                                 "tray application has been stopped")], [1, 1])
                 # The active log file is packed on the way out.
                 self.assertEqual(tray.active_log_files(), [])
 
@@ -487,148 +333,108 @@ class TrayE2E(Harness):
             client.sendall(frame(CONNECTED))
             self.wait_tool_tip(tray.item, "Connected")
             shutil.rmtree(tray.env["TMPDIR"])
-        failure = "Unable to listen on named pipe in tray at "
-        errors = wait_for(lambda: tray.log_lines("ERROR", failure), "the listen error")
-        self.assertIn("bind: No such file or directory", errors[0])
-        pump(1.5)
-        # Still trying, logged once.
-        self.assertEqual(len(tray.log_lines("ERROR", failure)), 1)
+        wait_for(lambda: tray.log_lines("ERROR", "Unable to listen on named pipe in tray at "), "the listen error")
         os.makedirs(tray.env["TMPDIR"], mode=0o700)
-        tray.write(frame(b"ServiceStatus|ConnectionState:Waiting,ErrorCode:Socket"))
-        self.wait_tool_tip(tray.item, "Error: Port busy")
-        self.assertEqual(len(tray.log_lines("INFO", "Listening on named pipe in tray again")), 1)
+        with connect(tray.socket_path()) as client:
+            client.sendall(frame(b"ServiceStatus|ConnectionState:Waiting,ErrorCode:Socket"))
+            self.wait_tool_tip(tray.item, "Error: Port busy")
 
 
 class ReportE2E(Harness):
-    # The menu's report command, clicked over com.canonical.dbusmenu as a panel does. Boxes are
+    # The menu's report command with every way of showing its archive, one tray for all. Boxes are
     # read and closed through the accessibility tree, which the tray exports on this bus.
-    @classmethod
-    def setUpClass(cls):
-        super().setUpClass()
-        cls.bus.request_name("org.a11y.Bus")
-
-    def serve(self, name):
-        self.bus.request_name(name)
-        self.addCleanup(self.bus.release_name, name)
-
-    def start_report(self, downloads=DOWNLOADS, path=None):
-        # A tray with known logs whose download folder is $HOME/`downloads`, its one menu entry
-        # clicked; the reply is not awaited, the tray may send it only after a box is closed.
-        root = os.path.join(self.root, "tray%d" % (self.trays + 1))
-        for name, data in KNOWN_LOGS.items():
-            write(os.path.join(root, "logs", name), data)
-        write(os.path.join(root, "config", "user-dirs.dirs"), b'XDG_DOWNLOAD_DIR="$HOME/%s"\n' % downloads.encode())
-        tray = self.start({"XDG_CONFIG_HOME": os.path.join(root, "config"), **({"PATH": path} if path else {})})
+    def click_report(self, tray):
+        # Clicked over com.canonical.dbusmenu as a panel does; the reply is not awaited, the tray may
+        # send it only after a box is closed.
         menu = self.bus.get_object(tray.item.bus_name, prop(tray.item, "Menu"))
-        _, layout = menu.GetLayout(0, -1, dbus.Array([], signature="s"), dbus_interface=MENU_INTERFACE)
-        entries = [(int(c[0]), str(c[1].get("label", ""))) for c in layout[2] if c[1].get("visible", True)]
-        self.assertEqual([label for _, label in entries], ["Collect logs into a ZIP file"])
-        menu.Event(entries[0][0], "clicked", dbus.Int32(0, variant_level=1), dbus.UInt32(0),
-                   dbus_interface=MENU_INTERFACE, reply_handler=lambda *a: None, error_handler=lambda *a: None)
-        return tray, os.path.join(root, downloads)
+        layout = menu.GetLayout(0, -1, dbus.Array([], signature="s"), dbus_interface=MENU_INTERFACE)[1]
+        [(entry, label)] = [(c[0], str(c[1].get("label"))) for c in layout[2] if c[1].get("visible", True)]
+        self.assertEqual(label, "Collect logs into a ZIP file")
+        menu.Event(entry, "clicked", dbus.Int32(0, variant_level=1), dbus.UInt32(0), dbus_interface=MENU_INTERFACE,
+                   reply_handler=lambda *a: None, error_handler=lambda *a: None)
 
-    def bin_folder(self, **tools):
-        # A folder for PATH with only `tools`: name=True links the real one, name=text is a script.
-        folder = os.path.join(self.root, "bin")
-        os.makedirs(folder)
-        for name, script in tools.items():
-            if script is True:
-                os.symlink(shutil.which(name), os.path.join(folder, name))
-            else:
-                write(os.path.join(folder, name), script.encode(), 0o755)
-        return folder
+    def take_archive(self, downloads):
+        # The one archive, moved aside so that the next report's is alone again.
+        [name] = os.listdir(downloads)
+        self.assertRegex(name, r"^halvo-softphone-report-\d{4}-\d\d-\d\d_\d{6}_UTC-130\.264\.0\.zip$")
+        os.rename(os.path.join(downloads, name), os.path.join(self.root, name))
+        return os.path.join(downloads, name)
 
-    def only_archive(self, downloads):
-        names = os.listdir(downloads)
-        self.assertEqual(len(names), 1, names)
-        self.assertRegex(names[0], ARCHIVE)
-        return os.path.join(downloads, names[0])
-
-    def box_texts(self, text):
-        # The texts of the tray's box, once one shows `text`.
-        return wait_for(lambda: text in (texts := [t for _, _, t in accessible_nodes(self.bus)]) and texts,
-                        "a box with " + text, timeout=30)
-
-    def close_box_and_go_on(self, tray):
-        name, path, _ = next(node for node in accessible_nodes(self.bus) if node[2].replace("&", "") == "OK")
+    def close_box(self, tray, text, status, second_line):
+        # The box's texts once one shows `text`; closed, the tray goes on following the service.
+        nodes = lambda: list(accessible_nodes(self.bus))
+        texts = wait_for(lambda: text in (texts := [t for _, _, t in nodes()]) and texts, "a box with " + text, timeout=30)
+        name, path, _ = next(node for node in nodes() if node[2].replace("&", "") == "OK")
         self.bus.get_object(name, path, introspect=False).DoAction(0, dbus_interface="org.a11y.atspi.Action")
         wait_for(lambda: not tray_window(popup=False), "the box to close")
-        # The tray goes on following the service.
-        tray.peer("--status", "Connected,Success")
-        self.wait_tool_tip(tray.item, "Connected")
+        tray.peer("--status", status)
+        self.wait_tool_tip(tray.item, second_line)
+        return texts
 
-    def test_report_is_archived_and_shown_in_the_file_manager(self):
-        self.serve(FILE_MANAGER)
-        with socket.socket() as listener:
-            listener.bind(("127.0.0.1", 0))
-            listener.listen()
-            tray, downloads = self.start_report()
-            wait_for(lambda: self.file_manager.calls, "ShowItems", timeout=30)
-            port = listener.getsockname()[1]
-        archive = self.only_archive(downloads)
+    def test_report_is_archived_and_shown_by_the_desktop_or_a_box(self):
+        # Known logs, a download folder that does not exist yet, and a PATH of zip and a stand-in
+        # xdg-open that writes down its arguments.
+        root, bin_folder = os.path.join(self.root, "tray1"), os.path.join(self.root, "bin")
+        for name, data in KNOWN_LOGS.items():
+            write(os.path.join(root, "logs", name), data)
+        write(os.path.join(root, "config", "user-dirs.dirs"), b'XDG_DOWNLOAD_DIR="$HOME/My Downloads"\n')
+        downloads, opened, opener = os.path.join(root, "My Downloads"), os.path.join(self.root, "opened"), os.path.join(bin_folder, "xdg-open")
+        write(opener, b'#!/bin/sh\nprintf "%%s\\n" "$@" > "%s.part" && /bin/mv "%s.part" "%s"\n' % ((opened.encode(),) * 3), 0o755)
+        os.symlink(shutil.which("zip"), os.path.join(bin_folder, "zip"))
+        for name in ("org.a11y.Bus", FILE_MANAGER):
+            self.bus.request_name(name)
+        listener = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(listener.close)
+        tray = self.start({"XDG_CONFIG_HOME": os.path.join(root, "config"), "PATH": bin_folder})
+        # A left click, as a panel sends it, opens the menu; a click on its one entry runs the report.
+        tray.item.Activate(dbus.Int32(100), dbus.Int32(100), dbus_interface=ITEM_INTERFACE)
+        menu = wait_for(lambda: tray_window(popup=True), "the menu")
+        subprocess.run(["xdotool", "mousemove", "--window", menu, "20", "10", "click", "1"], check=True)
+        wait_for(lambda: self.watcher.calls, "ShowItems", timeout=30)
+        archive = self.take_archive(downloads)
         # Exactly one call, with the archive's URI fully percent-encoded (the blank too).
         pump(0.5)
-        self.assertEqual(self.file_manager.calls, [(["file://" + urllib.parse.quote(archive, safe="/")], "")])
-        with zipfile.ZipFile(archive) as z:
-            self.assertTrue(all(name.startswith("report/") for name in z.namelist()), z.namelist())
+        self.assertEqual(self.watcher.calls, [("ShowItems", ["file://" + urllib.parse.quote(archive, safe="/")], "")])
+        with zipfile.ZipFile(os.path.join(self.root, os.path.basename(archive))) as z:
             for name, data in KNOWN_LOGS.items():
                 self.assertEqual(z.read("report/logs/" + name), data, name)
             # The tray's own active log is there too (only its presence: it moves on).
             [active] = tray.active_log_files()
             self.assertIn("report/logs/" + os.path.relpath(active, tray.logs), z.namelist())
-            # The listings come from the live machine: this test's listener and the tray itself.
-            self.assertIn("    TCP 127.0.0.1:%d --> 0.0.0.0:0 LISTEN, PID %d\n" % (port, os.getpid()),
+            # The listing comes from the live machine: this test's listener among them.
+            self.assertIn("    TCP 127.0.0.1:%d --> 0.0.0.0:0 LISTEN, PID %d\n" % (listener.getsockname()[1], os.getpid()),
                           z.read("report/nestat").decode())
-            self.assertRegex(z.read("report/tasklist").decode(), r"(?m)^ PROCESS 'HalvoSoftphone[^']*', OWNER '%s', "
-                             r"PID %d$" % (pwd.getpwuid(os.getuid()).pw_name, tray.process.pid))
-        # The container stays in the temporary folder, empty.
-        [container] = os.listdir(tray.env["TMPDIR"])
-        self.assertRegex(container, "^hv-temp-")
-        self.assertEqual(os.listdir(os.path.join(tray.env["TMPDIR"], container)), [])
 
-    def test_failed_report_shows_the_alert(self):
-        self.serve(FILE_MANAGER)
-        # A download folder whose parent is a regular file (not even root can create it), and zip
-        # missing from PATH.
-        for downloads, path, error in [("blocker/Downloads", None, "Unable to create download folder"),
-                                       (DOWNLOADS, WITHOUT_ZIP["PATH"], "Unable to pack folder")]:
-            with self.subTest(error=error):
-                write(os.path.join(self.root, "tray%d" % (self.trays + 1), "blocker"), b"not a folder\n")
-                tray, downloads = self.start_report(downloads, path)
-                self.assertIn("Unable to prepare Halvo softphone logs", self.box_texts("Error while preparing logs"))
-                self.assertEqual(len(tray.log_lines("ERROR", error)), 1)
-                self.close_box_and_go_on(tray)
-                self.assertEqual((self.file_manager.calls, glob.glob(os.path.join(downloads, "*"))), ([], []))
-                tray.stop()
-
-    def test_without_a_file_manager_the_folder_is_opened(self):
-        # By the default handler: a stand-in xdg-open that writes down its arguments.
-        opened = os.path.join(self.root, "opened.txt")
-        folder = self.bin_folder(**{"xdg-open": '#!/bin/sh\nprintf "%%s\\n" "$@" > "%s.part" && mv "%s.part" "%s"\n'
-                                    % (opened, opened, opened)})
-        tray, downloads = self.start_report(path=folder + os.pathsep + os.environ["PATH"])
+        # Without a file manager the default handler opens the folder.
+        self.bus.release_name(FILE_MANAGER)
+        self.click_report(tray)
         wait_for(lambda: os.path.exists(opened), "the folder to be opened", timeout=30)
         with open(opened) as f:
             self.assertEqual(f.read(), "file://" + urllib.parse.quote(downloads, safe="/") + "\n")
-        self.assertEqual(len(tray.log_lines("WARN", "No file manager shows the report")), 1)
-        self.only_archive(downloads)
+        self.take_archive(downloads)
 
-    def test_without_file_manager_and_folder_opener_a_notification_says_where_it_is(self):
-        self.serve(NOTIFICATIONS)
-        # An opener that cannot open anything, as on a desktop without a default handler.
-        tray, downloads = self.start_report(path=self.bin_folder(**{"xdg-open": "#!/bin/sh\nexit 3\n"}) + os.pathsep
-                                            + os.environ["PATH"])
-        wait_for(lambda: self.notifications.calls, "the notification", timeout=30)
-        self.assertEqual(self.notifications.calls, [("Logs saved to", self.only_archive(downloads))])
-        self.assertEqual(len(tray.log_lines("WARN", "Unable to open folder")), 1)
+        # No opener and no notification service either: a box names the archive.
+        os.remove(opener)
+        self.click_report(tray)
+        texts = self.close_box(tray, "Logs saved to", "Connected,Success", "Connected")
+        self.assertIn(self.take_archive(downloads), texts)
 
-    def test_without_any_of_them_a_box_names_the_archive(self):
-        # No file manager, no folder opener on PATH, no notification service.
-        tray, downloads = self.start_report(path=self.bin_folder(zip=True))
-        texts = self.box_texts("Logs saved to")
-        self.assertIn(self.only_archive(downloads), texts)
-        self.close_box_and_go_on(tray)
+        # A download folder that cannot be made: the alert, and no archive shown anywhere.
+        os.rmdir(downloads)
+        write(downloads, b"not a folder\n")
+        self.click_report(tray)
+        self.assertIn("Unable to prepare Halvo softphone logs",
+                      self.close_box(tray, "Error while preparing logs", "Waiting,Socket", "Error: Port busy"))
+        self.assertEqual(len(tray.log_lines("ERROR", "Unable to create download folder")), 1)
 
+        # An opener that cannot open anything, as on a desktop without a default handler: a
+        # notification. (It leaves the item asking for attention, its tool tip the message's.)
+        os.remove(downloads)
+        write(opener, b"#!/bin/sh\nexit 3\n", 0o755)
+        self.bus.request_name(NOTIFICATIONS)
+        self.click_report(tray)
+        wait_for(lambda: len(self.watcher.calls) > 1, "the notification", timeout=30)
+        self.assertEqual(self.watcher.calls[1:], [("Notify", "Logs saved to", self.take_archive(downloads))])
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
@@ -640,4 +446,9 @@ if __name__ == "__main__":
         print("\n".join(t.id().split(".", 1)[1] for s in unittest.defaultTestLoader.loadTestsFromModule(sys.modules[__name__])
                         for t in s))
     else:
+        DBusGMainLoop(set_as_default=True)
+        Harness.bus = dbus.SessionBus()
+        Harness.watcher = Desktop(Harness.bus)
+        for path in ("/org/freedesktop/FileManager1", "/org/freedesktop/Notifications", "/org/a11y/bus"):
+            Harness.watcher.add_to_connection(Harness.bus, path)
         unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)

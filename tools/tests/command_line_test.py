@@ -2,19 +2,11 @@
 # The tools' command lines as a user meets them: what --help, --version and refusals print, and the
 # exit status. Run by CTest: command_line_test.py --peer PATH --report PATH.
 
-import argparse, os, re, subprocess, sys, tempfile, unittest
+import argparse, os, pathlib, subprocess, sys, tempfile, unittest
 
 TOOLS = {}  # name: path
-OPTIONS = {"hv-service-peer": ["--spawn", "--pipe", "--status", "--channel", "--body", "--cycle", "--delay-ms",
-                               "--stop-after-ms", "--timeout-ms", "--help", "--version"],
-           "hv-collect-report": ["--help", "--version"]}
 # What reaches the terminal; the service peer's reasons are checked case by case by its parser's test.
-REFUSALS = [("hv-service-peer", ["--frobnicate"], r"unrecognised option '--frobnicate'"),
-            ("hv-service-peer", ["--status", "Connected,Success", "--delay-ms", "5x"],
-             r"\('5x'\) for option '--delay-ms' is invalid"),
-            # A line break in a value does not break the one-line refusal.
-            ("hv-service-peer", ["--status", "Connected\nSuccess"], r"invalid status 'Connected Success'"),
-            ("hv-collect-report", ["--frobnicate"], r"unrecognised option '--frobnicate'"),
+REFUSALS = [("hv-service-peer", ["--status", "Connected\nSuccess"], r"invalid status 'Connected Success'"),
             ("hv-collect-report", ["--version=2"], r"option '--version' does not take any arguments"),
             ("hv-collect-report", ["now"], r"unexpected argument 'now'")]
 
@@ -25,18 +17,16 @@ def run(tool, *arguments, env=None):
 
 class CommandLineTest(unittest.TestCase):
     def test_help_and_version(self):
-        for tool, options in OPTIONS.items():
+        for tool in TOOLS:
             version = run(tool, "--version")
             self.assertEqual((version.returncode, version.stdout, version.stderr), (0, "%s 130.264.0\n" % tool, ""))
             for flag in ("--help", "-h"):
                 result = run(tool, flag)
                 self.assertEqual((result.returncode, result.stderr), (0, ""))
                 self.assertTrue(result.stdout.startswith("usage: %s " % tool), result.stdout)
-                for option in options:
-                    self.assertRegex(result.stdout, r"(?m)^\s+(-h \[ )?%s\b" % re.escape(option))
-                self.assertRegex(result.stdout, r"(?m)^Exit status:\n  0 .*\n  1 .*\n  2 .*refused")
 
     def test_refusals_are_one_line_with_status_2(self):
+        # A line break in a value does not break the one-line refusal either.
         for tool, arguments, reason in REFUSALS:
             result = run(tool, *arguments)
             self.assertEqual((result.returncode, result.stdout), (2, ""), result.stderr)
@@ -46,19 +36,16 @@ class CommandLineTest(unittest.TestCase):
         with tempfile.TemporaryDirectory(prefix="hv-cli-") as root:
             # A zip that talks on its standard output and fails: its words must not reach ours,
             # which carries only the archive's path.
-            for folder in ("bin", "logs"):
-                os.makedirs(os.path.join(root, folder))
-            with open(os.path.join(root, "bin", "zip"), "w") as f:
-                f.write("#!/bin/sh\necho 'zip noise'\nexit 12\n")
-            os.chmod(os.path.join(root, "bin", "zip"), 0o755)
+            os.makedirs(os.path.join(root, "logs"))
+            pathlib.Path(root, "zip").write_text("#!/bin/sh\necho 'zip noise'\nexit 12\n")
+            os.chmod(os.path.join(root, "zip"), 0o755)
             result = run("hv-collect-report", env=dict(os.environ, HOME=root, XDG_CONFIG_HOME=root, TMPDIR=root,
                                                        HV_SOFTPHONE_LOG_DIR=os.path.join(root, "logs"),
-                                                       PATH=os.path.join(root, "bin") + os.pathsep + os.environ["PATH"]))
+                                                       PATH=root + os.pathsep + os.environ["PATH"]))
         self.assertEqual((result.returncode, result.stdout), (1, ""), result.stderr)
         self.assertIn("zip noise\n", result.stderr)
         self.assertRegex(result.stderr, r"(?m)^hv-collect-report: the report could not be built: "
                          r"Unable to pack folder: .*Downloads/halvo-softphone-report-.*\.zip.*error=12")
-
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
