@@ -5,11 +5,9 @@
 
 #include <cstring>
 
-using Hv::Async::AppStream::Buffer;
-
 TEST(FrameLength, BufferTakesUpTo1024AndMessageUpTo64MiB)
 {
-    Buffer buffer;
+    Hv::Async::AppStream::Buffer buffer;
     Hv::Async::AppStream::Message message;
     const std::tuple<bool, std::uint32_t, bool> cases[] = {
         // is a message, length, accepted
@@ -18,15 +16,11 @@ TEST(FrameLength, BufferTakesUpTo1024AndMessageUpTo64MiB)
     };
     for (const auto& [isMessage, length, accepted] : cases) {
         SCOPED_TRACE(length);
-        Buffer& frame = isMessage ? message : buffer;
-        // As a stream receives it: the length field first, then the payload is sized.
+        Hv::Async::AppStream::Buffer& frame = isMessage ? message : buffer;
+        // As a stream receives it: the length field first, then the payload is sized by the
+        // frame's own limit, and emptied after a refused length.
         std::memcpy(frame.lengthBuffer().data(), Hv::Test::frame(length, "").data(), 4);
-        EXPECT_EQ(frame.length(), length);
         EXPECT_EQ(frame.isLengthValid(), accepted);
-        // Sized by the frame's own limit, and emptied after a refused length.
         EXPECT_EQ(frame.messageBuffer().size(), accepted ? length : 0);
-        if (isMessage && !accepted) {
-            EXPECT_EQ(message.channelMessage(), nullptr);
-        }
     }
 }

@@ -30,27 +30,22 @@ TEST_P(ParentProcessPipeTest, FirstFailureStopsAllStreamsAndNotifiesOnce)
         auto pipe = std::make_shared<Hv::Async::ParentProcessPipe>(io);
         int calls = 0;
         int transfers = 0;
-        bool wasStopped = false;
-        pipe->onAppStreamError([&] {
-            ++calls;
-            wasStopped = !pipe->in()->areQueuesEnabled() && !pipe->out()->areQueuesEnabled() && !pipe->error()->areQueuesEnabled();
-        });
-        pipe->in()->asyncRead(std::make_shared<Hv::Async::AppStream::Buffer>(), [&] { ++transfers; });
+        pipe->onAppStreamError([&] { ++calls; });
+        const auto read = [&] { pipe->in()->asyncRead(std::make_shared<Hv::Async::AppStream::Buffer>(), [&] { ++transfers; }); };
+        read();
         // The parent goes away.
         ::close(parent[1]);
         ASSERT_TRUE(Hv::Test::runUntil(io, [&] { return calls == 1; }));
 
         // Neither a later failure nor a late subscriber is heard; nothing transfers any more.
-        pipe->onAppStreamError([&] { ++calls; });
-        pipe->in()->asyncRead(std::make_shared<Hv::Async::AppStream::Buffer>(), [&] { ++transfers; });
+        pipe->onAppStreamError([&] { calls += 10; });
+        read();
         pipe->out()->asyncWrite(std::make_shared<Hv::Async::AppStream::Buffer>(std::vector<char>{'x'}), [&] { ++transfers; });
-        Hv::Test::runFor(io, std::chrono::milliseconds(100));
+        io.restart();
+        io.poll();
         EXPECT_EQ(calls, 1);
         EXPECT_EQ(transfers, 0);
-        EXPECT_TRUE(wasStopped);
-        const std::string pid = std::to_string(::getpid());
-        EXPECT_EQ(capture.count(log4cplus::ERROR_LOG_LEVEL, " on assigning in in-" + pid), input == Closed ? 1u : 0u);
-        EXPECT_EQ(pipe->out()->name() + " " + pipe->error()->name(), "out-" + pid + " error-" + pid);
+        EXPECT_EQ(capture.count(log4cplus::ERROR_LOG_LEVEL, " on assigning in in-" + std::to_string(::getpid())), input == Closed ? 1u : 0u);
     });
 }
 
