@@ -5,7 +5,9 @@
 #include <log4cplus/spi/loggingevent.h>
 
 #include <cstdlib>
+#include <mutex>
 #include <stdexcept>
+#include <utility>
 
 namespace Hv::Test {
 
@@ -18,22 +20,15 @@ public:
 
     // The test's thread reads while others may log.
     std::mutex mutex;
-    std::vector<LogLine> lines;
+    std::vector<std::pair<int, std::string>> events;
 
 protected:
     void append(const log4cplus::spi::InternalLoggingEvent& event) override
     {
         std::lock_guard<std::mutex> lock(mutex);
-        lines.push_back({event.getLogLevel(), LOG4CPLUS_TSTRING_TO_STRING(event.getMessage()),
-                         LOG4CPLUS_TSTRING_TO_STRING(event.getFunction()),
-                         LOG4CPLUS_TSTRING_TO_STRING(event.getFile()), event.getLine()});
+        events.emplace_back(event.getLogLevel(), LOG4CPLUS_TSTRING_TO_STRING(event.getMessage()));
     }
 };
-
-MemoryAppender& memory(const log4cplus::SharedAppenderPtr& appender)
-{
-    return static_cast<MemoryAppender&>(*appender);
-}
 
 } // namespace
 
@@ -63,33 +58,30 @@ LogCapture::~LogCapture()
     Hv::SimpleLogger::logger().removeAppender(m_appender);
 }
 
-std::vector<LogLine> LogCapture::lines() const
-{
-    std::lock_guard<std::mutex> lock(memory(m_appender).mutex);
-    return memory(m_appender).lines;
-}
-
 std::size_t LogCapture::count(int level, const std::string& text) const
 {
     std::size_t found = 0;
-    for (const LogLine& line : lines())
-        found += line.level == level && line.message.find(text) != std::string::npos;
+    for (const std::string& message : messages(level))
+        found += message.find(text) != std::string::npos;
     return found;
 }
 
 std::vector<std::string> LogCapture::messages(int level) const
 {
+    auto& memory = static_cast<MemoryAppender&>(*m_appender);
+    std::lock_guard<std::mutex> lock(memory.mutex);
     std::vector<std::string> result;
-    for (const LogLine& line : lines())
-        if (line.level == level)
-            result.push_back(line.message);
+    for (const auto& [eventLevel, message] : memory.events)
+        if (eventLevel == level)
+            result.push_back(message);
     return result;
 }
 
 void LogCapture::clear()
 {
-    std::lock_guard<std::mutex> lock(memory(m_appender).mutex);
-    memory(m_appender).lines.clear();
+    auto& memory = static_cast<MemoryAppender&>(*m_appender);
+    std::lock_guard<std::mutex> lock(memory.mutex);
+    memory.events.clear();
 }
 
 } // namespace Hv::Test

@@ -4,15 +4,12 @@
 
 #include <boost/filesystem/operations.hpp>
 
-#include <zlib.h>
-
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -70,43 +67,6 @@ std::string commandOutput(const std::string& command)
         pclose(pipe);
     }
     return output;
-}
-
-std::vector<std::string> gzipMembers(const boost::filesystem::path& path)
-{
-    const std::string packed = readFile(path);
-    std::vector<std::string> members;
-    z_stream stream{};
-    if (inflateInit2(&stream, 16 + MAX_WBITS) != Z_OK)
-        return members;
-    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed.data()));
-    stream.avail_in = static_cast<uInt>(packed.size());
-    std::string member;
-    while (stream.avail_in > 0) {
-        char block[4096];
-        stream.next_out = reinterpret_cast<Bytef*>(block);
-        stream.avail_out = sizeof block;
-        const int result = inflate(&stream, Z_NO_FLUSH);
-        member.append(block, sizeof block - stream.avail_out);
-        if (result == Z_STREAM_END) {
-            members.push_back(member);
-            member.clear();
-            inflateReset(&stream);
-        } else if (result != Z_OK) {
-            members.push_back("<corrupt>");
-            break;
-        }
-    }
-    inflateEnd(&stream);
-    return members;
-}
-
-std::string frame(std::uint32_t length, const std::string& payload)
-{
-    std::string bytes(4, '\0');
-    for (int i = 0; i < 4; ++i)
-        bytes[i] = static_cast<char>((length >> (8 * i)) & 0xFF);
-    return bytes + payload;
 }
 
 pid_t inFreshProcess(const std::function<void()>& body)
