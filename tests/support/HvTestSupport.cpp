@@ -21,9 +21,7 @@ namespace Hv::Test {
 TemporaryFolder::TemporaryFolder()
 {
     char pattern[] = "/tmp/hv-test-XXXXXX";
-    if (::mkdtemp(pattern) == nullptr)
-        throw std::runtime_error("cannot create a temporary folder");
-    m_path = pattern;
+    m_path = ::mkdtemp(pattern) ? pattern : throw std::runtime_error("cannot create a temporary folder");
 }
 
 TemporaryFolder::~TemporaryFolder()
@@ -74,11 +72,7 @@ pid_t inFreshProcess(const std::function<void()>& body)
     std::fflush(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
-        try {
-            body();
-        } catch (const std::exception& error) {
-            ADD_FAILURE() << "child threw: " << error.what();
-        }
+        body();
         std::fflush(nullptr);
         _exit(::testing::Test::HasFailure() ? 1 : 0);
     }
@@ -116,11 +110,9 @@ Process::~Process()
 
 std::optional<int> Process::poll()
 {
-    if (!m_status && m_pid > 0) {
-        int status = 0;
-        if (::waitpid(m_pid, &status, WNOHANG) == m_pid)
-            m_status = status;
-    }
+    int status = 0;
+    if (!m_status && m_pid > 0 && ::waitpid(m_pid, &status, WNOHANG) == m_pid)
+        m_status = status;
     return m_status;
 }
 
@@ -133,9 +125,8 @@ bool Process::exitedWith(int code)
 void Process::kill()
 {
     ::kill(m_pid, SIGKILL);
-    int status = 0;
-    ::waitpid(m_pid, &status, 0);
-    m_status = status;
+    m_status.emplace();
+    ::waitpid(m_pid, &*m_status, 0);
 }
 
 } // namespace Hv::Test
