@@ -1,6 +1,7 @@
-// Whole logger runs, each in a process of its own: the logger, its thread and its folder are
-// process-wide.
+// Whole logger runs, each in a process of its own (the logger, its thread and its folder are
+// process-wide), and the appender's packing on a full disk.
 
+#include "HvDailyRollingFileAppender.h"
 #include "HvSimpleLogger.h"
 #include "HvTestSupport.h"
 #include "HvTrace.h"
@@ -8,6 +9,7 @@
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <ctime>
 #include <regex>
 #include <sstream>
@@ -29,11 +31,6 @@ struct Probe {
 std::vector<fs::path> entries(const fs::path& folder)
 {
     return {fs::directory_iterator(folder), fs::directory_iterator()};
-}
-
-std::size_t countLines(const std::vector<std::string>& lines, const std::string& text)
-{
-    return std::count_if(lines.begin(), lines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; });
 }
 
 TEST(SimpleLogger, RunWritesHeaderAndTraceLinesIntoAFileOfItsOwn)
@@ -71,13 +68,10 @@ TEST(SimpleLogger, RunWritesHeaderAndTraceLinesIntoAFileOfItsOwn)
 
     const std::vector<fs::path> files = entries(logs.path() / "Run");
     ASSERT_EQ(files.size(), 1u);
-    bool named = false;
-    for (std::time_t second = before; second <= after; ++second) {
-        char stamp[32];
-        std::strftime(stamp, sizeof stamp, "%Y-%m-%d_%H%M%S_UTC", std::gmtime(&second));
-        named = named || files[0].filename() == std::string(stamp) + "-130.264.0-" + std::to_string(pid);
-    }
-    EXPECT_TRUE(named) << files[0];
+    const std::string name = files[0].filename().string();
+    std::tm stamp{};
+    const char* const rest = strptime(name.c_str(), "%Y-%m-%d_%H%M%S_UTC-130.264.0-", &stamp);
+    EXPECT_TRUE(rest && rest == std::to_string(pid) && timegm(&stamp) >= before && timegm(&stamp) <= after) << name;
 
     const std::vector<std::string> lines = splitLines(readFile(files[0]));
     ASSERT_EQ(lines.size(), 6u);
@@ -114,30 +108,61 @@ TEST(SimpleLogger, DayChangeRollsPacksTheDayAndStartsTheNewFileWithHeader)
             firstDay = file;
     }
     ASSERT_FALSE(firstDay.empty());
-    const std::string packed = commandOutput("gzip -dc " + firstDay.string() + ".gz");
-    const std::vector<std::string> days[] = {splitLines(packed + readFile(firstDay)),
-                                             splitLines(readFile(fs::path(firstDay).replace_extension(".2024-03-06")))};
-    ASSERT_FALSE(days[1].empty());
-    EXPECT_EQ(days[0][0].find("[INFO ] 2024-03-05 21:30:"), 0u);
     // The last hourly packing took everything before it.
     EXPECT_EQ(readFile(firstDay).find("[INFO ] 2024-03-05 23:3"), 0u);
-    EXPECT_EQ(days[1][0].find("[INFO ] 2024-03-06 00:00:"), 0u);
-    for (const std::vector<std::string>& lines : days) {
-        EXPECT_NE(lines[0].find(HEADER), std::string::npos) << lines[0];
-        EXPECT_EQ(countLines(lines, HEADER), 1u);
-    }
-
-    // Every event once, in order, each on its own day's side of midnight.
     int expected = 0;
-    for (int day = 0; day < 2; ++day) {
+    for (const std::string day : {"2024-03-05", "2024-03-06"}) {
+        const std::string rest = fs::path(firstDay).replace_extension("." + day).string();
+        const std::vector<std::string> lines = splitLines(commandOutput("gzip -dc " + rest + ".gz 2>/dev/null") + readFile(rest));
+        // The header once, at the day's first event; every event once, in order, on its own day's side of midnight.
+        ASSERT_FALSE(lines.empty());
+        EXPECT_TRUE(std::regex_search(lines[0], std::regex("^\\[INFO \\] " + day + (day == "2024-03-05" ? " 21:30:" : " 00:00:") +
+                                                           ".* - DayChange" + HEADER))) << lines[0];
+        EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](auto& line) { return line.find(HEADER) != std::string::npos; }), 1);
         std::smatch match;
-        for (const std::string& line : days[day])
+        for (const std::string& line : lines)
             if (std::regex_match(line, match, std::regex(R"(\[INFO \] (\S+) .* - event (\d+))"))) {
-                EXPECT_EQ(match[1].str(), day == 0 ? "2024-03-05" : "2024-03-06") << line;
+                EXPECT_EQ(match[1].str(), day) << line;
                 EXPECT_EQ(std::stoi(match[2].str()), expected++) << line;
             }
     }
     EXPECT_GT(expected, 250);
+}
+
+// Reaches the packing pass and the name the parts are packed under.
+class TestAppender : public Hv::DailyRollingFileAppender {
+public:
+    using Hv::DailyRollingFileAppender::DailyRollingFileAppender;
+    using Hv::DailyRollingFileAppender::compresslogs;
+    std::string scheduled() const { return scheduledFilename; }
+};
+
+TEST(DailyRollingFileAppender, FullDiskKeepsTheRolledTextUntilItIsPacked)
+{
+    TemporaryFolder mountPoint;
+    const std::string folder = mountPoint.path().string();
+    if (std::system(("mount -t tmpfs -o size=128k tmpfs " + folder + " 2>/dev/null").c_str()) != 0)
+        GTEST_SKIP() << "cannot mount a small tmpfs here";
+
+    TestAppender appender(folder + "/run", nullptr);
+    const std::string scheduled = appender.scheduled();
+    // Random bytes do not shrink, so packing them needs room the disk no longer has.
+    const std::string text = commandOutput("head -c 40960 /dev/urandom");
+    writeFile(scheduled + ".1", text);
+    writeFile(scheduled + ".2", "older\n"); // an older part, to be packed before it
+    // Room for a part of the pack only, so a broken member would be left if it were not cut off.
+    EXPECT_EQ(std::system(("cat /dev/zero > " + folder + "/filler 2>/dev/null; truncate -s -16K " + folder + "/filler").c_str()), 0);
+
+    appender.compresslogs(false);
+    EXPECT_EQ(readFile(scheduled + ".2"), text); // shifted by the rollover, kept
+    EXPECT_EQ(readFile(scheduled + ".gz"), "") << "a broken member was left in the pack";
+
+    boost::filesystem::remove(folder + "/filler");
+    appender.compresslogs(false);
+    EXPECT_EQ(commandOutput("gzip -dc " + scheduled + ".gz"), "older\n" + text); // oldest first
+    EXPECT_FALSE(boost::filesystem::exists(scheduled + ".3"));
+    appender.close();
+    EXPECT_EQ(std::system(("umount " + folder).c_str()), 0);
 }
 
 } // namespace
