@@ -4,15 +4,12 @@
 
 #include <boost/filesystem/operations.hpp>
 
-#include <zlib.h>
-
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -24,9 +21,7 @@ namespace Hv::Test {
 TemporaryFolder::TemporaryFolder()
 {
     char pattern[] = "/tmp/hv-test-XXXXXX";
-    if (::mkdtemp(pattern) == nullptr)
-        throw std::runtime_error("cannot create a temporary folder");
-    m_path = pattern;
+    m_path = ::mkdtemp(pattern) ? pattern : throw std::runtime_error("cannot create a temporary folder");
 }
 
 TemporaryFolder::~TemporaryFolder()
@@ -72,53 +67,12 @@ std::string commandOutput(const std::string& command)
     return output;
 }
 
-std::vector<std::string> gzipMembers(const boost::filesystem::path& path)
-{
-    const std::string packed = readFile(path);
-    std::vector<std::string> members;
-    z_stream stream{};
-    if (inflateInit2(&stream, 16 + MAX_WBITS) != Z_OK)
-        return members;
-    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed.data()));
-    stream.avail_in = static_cast<uInt>(packed.size());
-    std::string member;
-    while (stream.avail_in > 0) {
-        char block[4096];
-        stream.next_out = reinterpret_cast<Bytef*>(block);
-        stream.avail_out = sizeof block;
-        const int result = inflate(&stream, Z_NO_FLUSH);
-        member.append(block, sizeof block - stream.avail_out);
-        if (result == Z_STREAM_END) {
-            members.push_back(member);
-            member.clear();
-            inflateReset(&stream);
-        } else if (result != Z_OK) {
-            members.push_back("<corrupt>");
-            break;
-        }
-    }
-    inflateEnd(&stream);
-    return members;
-}
-
-std::string frame(std::uint32_t length, const std::string& payload)
-{
-    std::string bytes(4, '\0');
-    for (int i = 0; i < 4; ++i)
-        bytes[i] = static_cast<char>((length >> (8 * i)) & 0xFF);
-    return bytes + payload;
-}
-
 pid_t inFreshProcess(const std::function<void()>& body)
 {
     std::fflush(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
-        try {
-            body();
-        } catch (const std::exception& error) {
-            ADD_FAILURE() << "child threw: " << error.what();
-        }
+        body();
         std::fflush(nullptr);
         _exit(::testing::Test::HasFailure() ? 1 : 0);
     }
@@ -156,11 +110,9 @@ Process::~Process()
 
 std::optional<int> Process::poll()
 {
-    if (!m_status && m_pid > 0) {
-        int status = 0;
-        if (::waitpid(m_pid, &status, WNOHANG) == m_pid)
-            m_status = status;
-    }
+    int status = 0;
+    if (!m_status && m_pid > 0 && ::waitpid(m_pid, &status, WNOHANG) == m_pid)
+        m_status = status;
     return m_status;
 }
 
@@ -173,9 +125,8 @@ bool Process::exitedWith(int code)
 void Process::kill()
 {
     ::kill(m_pid, SIGKILL);
-    int status = 0;
-    ::waitpid(m_pid, &status, 0);
-    m_status = status;
+    m_status.emplace();
+    ::waitpid(m_pid, &*m_status, 0);
 }
 
 } // namespace Hv::Test

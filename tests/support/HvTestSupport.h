@@ -38,11 +38,13 @@ void writeFile(const boost::filesystem::path& path, const std::string& text);
 std::vector<std::string> splitLines(const std::string& text);
 // What a shell command writes to its standard output.
 std::string commandOutput(const std::string& command);
-// The decompressed members of a gzip file in file order; "<corrupt>" ends a broken one.
-std::vector<std::string> gzipMembers(const boost::filesystem::path& path);
 
 // The bytes of a frame: the length field as given (little-endian), then the payload.
-std::string frame(std::uint32_t length, const std::string& payload);
+inline std::string frame(std::uint32_t length, const std::string& payload)
+{
+    const char field[] = {char(length), char(length >> 8), char(length >> 16), char(length >> 24)};
+    return std::string(field, 4) + payload;
+}
 inline std::string frame(const std::string& payload)
 {
     return frame(static_cast<std::uint32_t>(payload.size()), payload);
@@ -64,7 +66,6 @@ public:
     Process& operator=(const Process&) = delete;
 
     pid_t pid() const { return m_pid; }
-    bool started() const { return m_pid > 0; }
     // The wait status once the process has ended, polled without blocking.
     std::optional<int> poll();
     bool exitedWith(int code);
