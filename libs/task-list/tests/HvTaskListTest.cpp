@@ -8,7 +8,6 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
@@ -22,12 +21,10 @@ using Hv::TaskList::TaskInfo;
 std::map<uint32_t, std::string> wholeTable(const std::function<void()>& onFirst = [] {})
 {
     std::map<uint32_t, std::string> records;
-    uint32_t last = 0;
     EXPECT_FALSE(Hv::TaskList::searchInTable([&](const TaskInfo& info) {
         if (records.empty())
             onFirst();
-        EXPECT_GT(info.m_pid, last);
-        last = info.m_pid;
+        EXPECT_TRUE(records.empty() || info.m_pid > records.rbegin()->first);
         log4cplus::tostringstream out;
         out << info;
         records[info.m_pid] = out.str();
@@ -61,33 +58,25 @@ std::string line(const std::string& name, const std::string& owner, pid_t pid)
     return " PROCESS '" + name + "', OWNER '" + owner + "', PID " + std::to_string(pid);
 }
 
-// Names as the kernel keeps them (any byte but NUL, 15 at most), and owners by the effective user.
+// Names as the kernel keeps them (any byte but NUL, 15 at most), owners by the effective user id.
 TEST(TaskList, ListsEveryProcessInPidOrderWithItsNameAndOwner)
 {
-    const bool root = geteuid() == 0;
-    constexpr uid_t UID_WITHOUT_ENTRY = 54321;
-    ASSERT_EQ(getpwuid(UID_WITHOUT_ENTRY), nullptr);
-    const std::string other = root ? getpwuid(1)->pw_name : getpwuid(geteuid())->pw_name;
-    const struct {
-        std::string name;
-        uid_t uid;
-        std::string owner;
-    } cases[] = {{"hv-plain", 1, other},
-                 {"with 'quotes\"", 1, other},
-                 {" two blanks  ", 1, other},
-                 {"line end\n", 1, other}, // only the line end of the comm file goes
-                 {"Uid:\t7\t8", 1, other}, // not the status line of the user ids
-                 {"caf\xc3\xa9 \xff", UID_WITHOUT_ENTRY, "<unknown>"},
-                 {"", 1, other}};
+    // Another user than the real one needs root; so does a user without an entry.
+    const uid_t other = geteuid() == 0 ? 1 : geteuid(), stranger = geteuid() == 0 ? 54321 : geteuid();
+    ASSERT_TRUE(getpwuid(other) != nullptr && (stranger == other || getpwuid(stranger) == nullptr));
+    const std::map<uid_t, std::string> owners = {{other, getpwuid(other)->pw_name}, {stranger, "<unknown>"}};
+    const std::pair<std::string, uid_t> cases[] = {
+        {"hv-plain", other}, {"with 'quotes\"", other}, {" two blanks  ", other},
+        {"line end\n", other}, // only the line end of the comm file goes
+        {"Uid:\t7\t8", other}, // not the status line of the user ids
+        {"caf\xc3\xa9 \xff", stranger}, {"", other}};
     std::vector<std::unique_ptr<Hv::Test::Process>> children;
-    for (const auto& row : cases)
-        children.push_back(namedChild(row.name, root ? row.uid : geteuid()));
+    for (const auto& [name, uid] : cases)
+        children.push_back(namedChild(name, uid));
 
     const std::map<uint32_t, std::string> records = wholeTable();
-    for (std::size_t i = 0; i < children.size(); ++i) {
-        if (root || cases[i].uid != UID_WITHOUT_ENTRY)
-            EXPECT_EQ(records.at(children[i]->pid()), line(cases[i].name, cases[i].owner, children[i]->pid()));
-    }
+    for (std::size_t i = 0; i < children.size(); ++i)
+        EXPECT_EQ(records.at(children[i]->pid()), line(cases[i].first, owners.at(cases[i].second), children[i]->pid()));
 
     // The search stops at the first accepted record.
     bool accepted = false;
@@ -103,8 +92,7 @@ TEST(TaskList, AProcessThatEndsDuringTheWalkIsUnknown)
     auto vanishing = namedChild("hv-vanishing", geteuid());
     const pid_t gone = vanishing->pid();
     // The pids are listed before the first record is offered; the child goes right then.
-    const std::map<uint32_t, std::string> records = wholeTable([&] { vanishing->kill(); });
-    EXPECT_EQ(records.at(gone), line("<unknown>", "<unknown>", gone));
+    EXPECT_EQ(wholeTable([&] { vanishing->kill(); }).at(gone), line("<unknown>", "<unknown>", gone));
 }
 
 } // namespace
