@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <cstring>
 #include <map>
 #include <regex>
@@ -31,10 +32,12 @@ std::string text(const TcpConnectionInfo& info)
     return out.str();
 }
 
-std::vector<TcpConnectionInfo> wholeTable()
+// Every record of a walk; `beforeEach` runs as each one comes.
+std::vector<TcpConnectionInfo> wholeTable(const std::function<void()>& beforeEach = [] {})
 {
     std::vector<TcpConnectionInfo> records;
-    EXPECT_FALSE(Hv::Network::searchInTcpTable([&records](const TcpConnectionInfo& info) {
+    EXPECT_FALSE(Hv::Network::searchInTcpTable([&](const TcpConnectionInfo& info) {
+        beforeEach();
         records.push_back(info);
         return false;
     }));
@@ -77,10 +80,8 @@ TEST(ProcNetTcp, TakesWellFormedRowsWithAnInodeWhereverTheTextIsCut)
 {
     const Rows expected = {{99001, {4, 0x0A00020F, 50000, 0xC0A8012A, 443}},
                            {777, {UNKNOWN_STATE, 0x7F000001, 0x1F93, 0x7F000001, 0xD434}}};
-    for (const std::size_t step : {1, 2, 3, 5, 7, 11, 64, 1 << 16}) {
-        EXPECT_EQ(parsed(TABLE, step), expected) << "pieces of " << step;
-        EXPECT_EQ(parsed(TABLE + "\n", step), expected) << "pieces of " << step;
-    }
+    for (const std::size_t step : {1, 2, 3, 5, 7, 11, 64, 1 << 16})
+        EXPECT_TRUE(parsed(TABLE, step) == expected && parsed(TABLE + "\n", step) == expected) << "pieces of " << step;
 }
 
 TEST(ProcNetTcp, ReadsTheInodeOfSocketLinksOnly)
@@ -165,20 +166,17 @@ TEST(TcpTable, ListsEachProcessInDescriptorOrderAndTheSearchEndsAtTheFirstMatch)
 TEST(TcpTable, SkipsAProcessThatEndsDuringTheWalk)
 {
     const LoopbackConnection connection;
-    Hv::Test::Process first([] { for (;;) pause(); });
-    Hv::Test::Process second([] { for (;;) pause(); });
+    const auto idle = [] {
+        for (;;)
+            pause();
+    };
+    Hv::Test::Process first(idle), second(idle);
     Hv::Test::Process& victim = first.pid() < second.pid() ? first : second;
-    const uint32_t victimPid = static_cast<uint32_t>(victim.pid());
-    const uint32_t survivorPid = static_cast<uint32_t>(std::max(first.pid(), second.pid()));
-
+    const uint32_t victimPid = victim.pid(), survivorPid = std::max(first.pid(), second.pid());
     // The pids are listed before the first record is offered; the lower child goes right then.
     std::set<uint32_t> owners;
-    Hv::Network::searchInTcpTable([&](const TcpConnectionInfo& info) {
-        if (!victim.poll())
-            victim.kill();
+    for (const TcpConnectionInfo& info : wholeTable([&] { if (!victim.poll()) victim.kill(); }))
         owners.insert(info.m_pid);
-        return false;
-    });
     EXPECT_FALSE(owners.count(victimPid));
     EXPECT_TRUE(owners.count(survivorPid));
 }
