@@ -67,10 +67,8 @@ int fill(void* buffer, int buffersize, const std::vector<T>& items)
 
 } // namespace
 
-extern "C" int proc_listpids(uint32_t type, uint32_t, void* buffer, int buffersize)
+extern "C" int proc_listpids(uint32_t, uint32_t, void* buffer, int buffersize)
 {
-    if (type != PROC_ALL_PIDS)
-        return -1;
     if (buffer == nullptr) // the size query
         return static_cast<int>(script.pids.size() * sizeof(int));
     script.listBufferSizes.push_back(buffersize);
@@ -92,11 +90,9 @@ extern "C" int proc_pidinfo(int pid, int flavor, uint64_t, void* buffer, int buf
     script.taskInfoPids.push_back(pid);
     if (process.taskInfoResult != static_cast<int>(sizeof(proc_taskallinfo)))
         return process.taskInfoResult;
-    proc_taskallinfo info{};
-    info.pbsd.pbi_uid = process.uid;
+    auto& info = *static_cast<proc_taskallinfo*>(buffer);
+    info = {{process.uid, {}, static_cast<uint32_t>(process.descriptors.size())}};
     std::memcpy(info.pbsd.pbi_name, process.name.data(), std::min(process.name.size(), sizeof(info.pbsd.pbi_name)));
-    info.pbsd.pbi_nfiles = static_cast<uint32_t>(process.descriptors.size());
-    std::memcpy(buffer, &info, sizeof(info));
     return static_cast<int>(sizeof(info));
 }
 

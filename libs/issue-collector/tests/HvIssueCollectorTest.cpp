@@ -25,14 +25,6 @@ using Hv::Test::LogCapture;
 using Hv::Test::readFile;
 using Hv::Test::writeFile;
 
-std::string singleQuoted(const std::string& text)
-{
-    std::string quoted = "'";
-    for (const char c : text)
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
-}
-
 // Write system calls of this process so far.
 unsigned long writeCalls()
 {
@@ -75,7 +67,6 @@ class ReportScenario : public ::testing::Test {
 protected:
     ReportScenario()
     {
-        writeFile(m_logs / "HalvoSoftphone" / "2026-01-01_000000_UTC-130.264.0-1", "first log\nline two\n");
         writeFile(m_logs / "HalvoSoftphone" / "old.gz", std::string("\x1f\x8b\0\0binary", 10));
         writeFile(m_logs / "top.log", "top level\n");
     }
@@ -116,13 +107,13 @@ TEST_F(ReportScenario, AnyCharacterInHomeAndDownloadFolderWorks)
             EXPECT_EQ(archive.parent_path(), m_home / "new" / ("Down " + name));
             EXPECT_TRUE(capture.messages(log4cplus::ERROR_LOG_LEVEL).empty());
             std::set<std::string> listed;
-            for (const std::string& line : Hv::Test::splitLines(Hv::Test::commandOutput("unzip -Z1 " + singleQuoted(archive.string()))))
+            setenv("ARCHIVE", archive.c_str(), 1);
+            for (const std::string& line : Hv::Test::splitLines(Hv::Test::commandOutput("unzip -Z1 \"$ARCHIVE\"")))
                 if (line.rfind("report/logs/HalvoSoftphoneTest/", 0) != 0) // the report's own log
                     listed.insert(line);
             EXPECT_EQ(listed, (std::set<std::string>{"report/", "report/nestat", "report/tasklist", "report/logs/",
                                                      "report/logs/top.log", "report/logs/HalvoSoftphone/",
-                                                     "report/logs/HalvoSoftphone/old.gz",
-                                                     "report/logs/HalvoSoftphone/2026-01-01_000000_UTC-130.264.0-1"}));
+                                                     "report/logs/HalvoSoftphone/old.gz"}));
         });
     }
 }
@@ -132,9 +123,7 @@ TEST_F(ReportScenario, FailedLogCopyKeepsTheListingsAndMakesNoArchive)
     // A socket file cannot be opened for copying.
     const fs::path socketPath = m_logs / "control.sock";
     const int unixSocket = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    ASSERT_LT(socketPath.string().size(), sizeof(address.sun_path));
+    sockaddr_un address{AF_UNIX, {}};
     socketPath.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
     ASSERT_EQ(bind(unixSocket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
 

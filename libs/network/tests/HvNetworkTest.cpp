@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <cstring>
 #include <map>
 #include <regex>
 #include <set>
@@ -82,16 +81,6 @@ TEST(ProcNetTcp, TakesWellFormedRowsWithAnInodeWhereverTheTextIsCut)
                            {777, {UNKNOWN_STATE, 0x7F000001, 0x1F93, 0x7F000001, 0xD434}}};
     for (const std::size_t step : {1, 2, 3, 5, 7, 11, 64, 1 << 16})
         EXPECT_TRUE(parsed(TABLE, step) == expected && parsed(TABLE + "\n", step) == expected) << "pieces of " << step;
-}
-
-TEST(ProcNetTcp, ReadsTheInodeOfSocketLinksOnly)
-{
-    const std::pair<const char*, uint64_t> links[] = {
-        {"socket:[12345]", 12345}, {"socket:[18446744073709551615]", 18446744073709551615ull},
-        {"socket:[123456789012345678901]", 0}, {"socket:[]", 0}, {"socket:[12a]", 0}, {"socket:[123", 0},
-        {"pipe:[12345]", 0}, {"/dev/null", 0}};
-    for (const auto& [link, inode] : links)
-        EXPECT_EQ(socketInode(link, std::strlen(link)), inode) << link;
 }
 
 // The kernel's state numbers (include/net/tcp_states.h) through the BSD numbers to the report's text.
