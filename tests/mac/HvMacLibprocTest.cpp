@@ -176,7 +176,7 @@ TEST_F(MacLibproc, TcpTableKeepsIpv4TcpSocketsOfReadableProcessesInHostOrderAndS
     EXPECT_EQ(script.taskInfoPids, (Pids{10, 11, 12}));
 }
 
-TEST_F(MacLibproc, TaskListNamesOwnersAndFailuresOfWhatTheSizeQueryCountedAndStopsAtTheFirstMatch)
+TEST_F(MacLibproc, TaskListAndProcessOwnerReadTheRecordOfEveryListedProcessUntilTheFirstMatch)
 {
     EXPECT_FALSE(Hv::TaskList::searchInTable([](const TaskInfo&) { return true; })) << "nothing listed";
     constexpr uid_t UID_WITHOUT_USER = 3999999;
@@ -197,9 +197,14 @@ TEST_F(MacLibproc, TaskListNamesOwnersAndFailuresOfWhatTheSizeQueryCountedAndSto
     EXPECT_EQ(records, (std::vector<std::string>{"1 launchd " + std::string(getpwuid(0)->pw_name),
                                                  "77 abcdefghijklmnopqrstuvwxyz012345 <unknown>", "5 <unknown> <unknown>",
                                                  "9 <error> <error>", "12 <error> <error>"}));
-    EXPECT_EQ(m_capture.count(log4cplus::INFO_LOG_LEVEL, "Unable to get process info for pid: 5"), 1u);
+    // The process owner reads the same record: the user id, or nothing with the reason.
+    EXPECT_EQ(Hv::PlatformDetail::processOwnerFromTaskInfo(77), std::to_string(UID_WITHOUT_USER));
+    EXPECT_EQ(Hv::PlatformDetail::processOwnerFromTaskInfo(5), "");
+    EXPECT_EQ(Hv::PlatformDetail::processOwnerFromTaskInfo(9), "");
+    EXPECT_EQ(m_capture.count(log4cplus::INFO_LOG_LEVEL, "Unable to get process info for pid: 5"), 2u);
     EXPECT_EQ(m_capture.messages(log4cplus::ERROR_LOG_LEVEL),
-              (std::vector<std::string>{"Error while getting process info for pid: 9", "Error while getting process info for pid: 12"}));
+              (std::vector<std::string>{"Error while getting process info for pid: 9", "Error while getting process info for pid: 12",
+                                        "Error while getting process info for pid: 9"}));
     // The listing is told the size that the query gave, although the buffer has twice the room.
     EXPECT_EQ(script.listBufferSizes, (Pids{5 * sizeof(int)}));
 
@@ -207,17 +212,6 @@ TEST_F(MacLibproc, TaskListNamesOwnersAndFailuresOfWhatTheSizeQueryCountedAndSto
     const auto found = Hv::TaskList::searchInTable([](const TaskInfo& info) { return info.m_name == "launchd"; });
     EXPECT_TRUE(found && found->m_pid == 1);
     EXPECT_EQ(script.taskInfoPids, (Pids{1}));
-}
-
-TEST_F(MacLibproc, ProcessOwnerIsTheUserIdOrEmptyWithTheReason)
-{
-    script.processes[600] = {"", 501};
-    script.processes[601] = {"", 502, 10};
-    EXPECT_EQ(Hv::PlatformDetail::processOwnerFromTaskInfo(600), "501");
-    EXPECT_EQ(Hv::PlatformDetail::processOwnerFromTaskInfo(601), "");
-    EXPECT_EQ(Hv::PlatformDetail::processOwnerFromTaskInfo(602), ""); // no such process
-    EXPECT_EQ(m_capture.count(log4cplus::INFO_LOG_LEVEL, "Unable to get process info for pid: 602"), 1u);
-    EXPECT_EQ(m_capture.messages(log4cplus::ERROR_LOG_LEVEL), (std::vector<std::string>{"Error while getting process info for pid: 601"}));
 }
 
 } // namespace

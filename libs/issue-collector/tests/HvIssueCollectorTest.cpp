@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <functional>
 #include <regex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -68,7 +67,6 @@ protected:
     ReportScenario()
     {
         writeFile(m_logs / "HalvoSoftphone" / "old.gz", std::string("\x1f\x8b\0\0binary", 10));
-        writeFile(m_logs / "top.log", "top level\n");
     }
 
     // `check` runs in the report's process, with the archive path and the log lines it caused.
@@ -106,14 +104,9 @@ TEST_F(ReportScenario, AnyCharacterInHomeAndDownloadFolderWorks)
         report("$HOME/new/Down " + escaped, [&](const fs::path& archive, const LogCapture& capture) {
             EXPECT_EQ(archive.parent_path(), m_home / "new" / ("Down " + name));
             EXPECT_TRUE(capture.messages(log4cplus::ERROR_LOG_LEVEL).empty());
-            std::set<std::string> listed;
+            // The whole content is the end-to-end tests' concern; here the archive at that path.
             setenv("ARCHIVE", archive.c_str(), 1);
-            for (const std::string& line : Hv::Test::splitLines(Hv::Test::commandOutput("unzip -Z1 \"$ARCHIVE\"")))
-                if (line.rfind("report/logs/HalvoSoftphoneTest/", 0) != 0) // the report's own log
-                    listed.insert(line);
-            EXPECT_EQ(listed, (std::set<std::string>{"report/", "report/nestat", "report/tasklist", "report/logs/",
-                                                     "report/logs/top.log", "report/logs/HalvoSoftphone/",
-                                                     "report/logs/HalvoSoftphone/old.gz"}));
+            EXPECT_EQ(Hv::Test::commandOutput("unzip -Z1 \"$ARCHIVE\" report/logs/HalvoSoftphone/old.gz"), "report/logs/HalvoSoftphone/old.gz\n");
         });
     }
 }

@@ -107,9 +107,9 @@ struct LoopbackConnection {
         EXPECT_TRUE(bind(listener, raw(address), size) == 0 && listen(listener, 4) == 0
                     && getsockname(listener, raw(address), &size) == 0 && connect(client, raw(address), size) == 0);
         server = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        serverEnd = "127.0.0.1:" + std::to_string(serverPort = ntohs(address.sin_port));
+        serverPort = ntohs(address.sin_port);
         getsockname(client, raw(address), &size);
-        clientEnd = "127.0.0.1:" + std::to_string(clientPort = ntohs(address.sin_port));
+        clientPort = ntohs(address.sin_port);
     }
     ~LoopbackConnection()
     {
@@ -120,7 +120,6 @@ struct LoopbackConnection {
     int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     int server = -1;
     uint16_t serverPort = 0, clientPort = 0;
-    std::string serverEnd, clientEnd;
 };
 
 TEST(TcpTable, ListsEachProcessInDescriptorOrderSkipsOneThatEndsAndTheSearchEndsAtTheFirstMatch)
@@ -145,10 +144,12 @@ TEST(TcpTable, ListsEachProcessInDescriptorOrderSkipsOneThatEndsAndTheSearchEnds
             lines.push_back(text(info));
     }
     close(highListener);
-    const std::string server = "    TCP " + connection.serverEnd + " --> ", pid = ", PID " + std::to_string(self);
-    EXPECT_EQ(lines, (std::vector<std::string>{server + "0.0.0.0:0 LISTEN" + pid,
-                                               "    TCP " + connection.clientEnd + " --> " + connection.serverEnd + " ESTAB" + pid,
-                                               server + connection.clientEnd + " ESTAB" + pid, server + "0.0.0.0:0 LISTEN" + pid}));
+    const std::string server = "127.0.0.1:" + std::to_string(connection.serverPort), pid = ", PID " + std::to_string(self);
+    const std::string client = "127.0.0.1:" + std::to_string(connection.clientPort);
+    EXPECT_EQ(lines, (std::vector<std::string>{"    TCP " + server + " --> 0.0.0.0:0 LISTEN" + pid,
+                                               "    TCP " + client + " --> " + server + " ESTAB" + pid,
+                                               "    TCP " + server + " --> " + client + " ESTAB" + pid,
+                                               "    TCP " + server + " --> 0.0.0.0:0 LISTEN" + pid}));
     EXPECT_TRUE(std::is_sorted(pids.begin(), pids.end()));
     EXPECT_EQ(std::count(pids.begin(), pids.end(), victimPid), 0);
     EXPECT_EQ(std::count(pids.begin(), pids.end(), survivorPid), 4);
