@@ -17,14 +17,12 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
-#include <tuple>
 
 namespace {
 
 using Hv::Network::TcpConnectionInfo;
 using Hv::TaskList::TaskInfo;
 using Pids = std::vector<int>;
-using Record = std::tuple<uint32_t, uint32_t, bool, uint32_t, uint16_t, uint32_t, uint16_t>;
 
 // A socket descriptor and what PROC_PIDFDSOCKETINFO answers for it.
 struct Descriptor {
@@ -118,12 +116,13 @@ class MacLibproc : public ::testing::Test {
 protected:
     void SetUp() override { script = {}; }
 
-    std::vector<Record> wholeTable()
+    std::vector<std::string> wholeTable()
     {
-        std::vector<Record> records;
+        std::vector<std::string> records;
         EXPECT_FALSE(Hv::Network::searchInTcpTable([&](const TcpConnectionInfo& info) {
-            records.emplace_back(info.m_pid, info.m_state, info.m_established, info.m_localAddress, info.m_localPort,
-                                 info.m_remoteAddress, info.m_remotePort);
+            log4cplus::tostringstream line;
+            line << info;
+            records.push_back(line.str());
             return false;
         }));
         return records;
@@ -163,9 +162,9 @@ TEST_F(MacLibproc, TcpTableKeepsIpv4TcpSocketsOfReadableProcessesInHostOrderAndS
                                         {6, inetSocket(LISTEN, 0x7F000001, 5060, 0, 0)}};
     script.processes[13].descriptors = {{3, inetSocket(ESTABLISHED, 0x7F000001, 5060, 0x7F000001, 443)}};
 
-    EXPECT_EQ(wholeTable(), (std::vector<Record>{{12, 4, true, 0xC0A80114, 50123, 0x0A010203, 443},
-                                                 {12, 1, false, 0x7F000001, 5060, 0, 0},
-                                                 {13, 4, true, 0x7F000001, 5060, 0x7F000001, 443}}));
+    EXPECT_EQ(wholeTable(), (std::vector<std::string>{"    TCP 192.168.1.20:50123 --> 10.1.2.3:443 ESTAB, PID 12",
+                                                      "    TCP 127.0.0.1:5060 --> 0.0.0.0:0 LISTEN, PID 12",
+                                                      "    TCP 127.0.0.1:5060 --> 127.0.0.1:443 ESTAB, PID 13"}));
     EXPECT_EQ(m_capture.messages(log4cplus::FATAL_LOG_LEVEL),
               (std::vector<std::string>{"proc_listpids() got 10 bytes instead of expected " + std::to_string(sizeof(proc_taskallinfo)) + " bytes"}));
     // Descriptors are listed only for readable processes, with room for exactly their open files.
