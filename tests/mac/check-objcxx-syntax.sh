@@ -4,8 +4,7 @@
 # unit fails here. Usage: check-objcxx-syntax.sh SOURCE_DIR GENERATED_DIR CLANGXX [INCLUDE_DIRS]
 # (INCLUDE_DIRS separated by ';'). Exit 77 when there is no clang++ to run.
 set -uo pipefail
-source_dir=$1
-compiler=${3:-}
+source_dir=$1 compiler=${3:-}
 here=$(cd "$(dirname "$0")" && pwd)
 if [[ -z $compiler || $compiler == *NOTFOUND* ]] || ! command -v "$compiler" >/dev/null; then
   echo "no clang++ available: Objective-C++ check skipped"
@@ -15,9 +14,7 @@ fi
 # -fblocks: Apple's compilers enable blocks by default, other targets do not.
 flags=(-x objective-c++ -std=c++20 -fobjc-arc -fobjc-runtime=macosx-10.15 -fblocks -fsyntax-only -Wall -Wextra
        -I"$here/apple-sdk" -I"$here/libproc-double" -I"$2" -I"$source_dir/tray")
-for dir in "$source_dir"/libs/*/; do
-  flags+=(-I"${dir%/}")
-done
+for dir in "$source_dir"/libs/*/; do flags+=(-I"${dir%/}"); done
 IFS=';' read -ra more <<<"${4:-}"
 for dir in "${more[@]}"; do
   # The compiler's own system folders stay where they are, or #include_next breaks.
@@ -27,12 +24,8 @@ done
 mapfile -t units < <(cd "$source_dir" && find libs tray -name '*.mm' | sort)
 failed=0
 for unit in "${units[@]}"; do
-  if "$compiler" "${flags[@]}" -I"$(dirname "$source_dir/$unit")" "$source_dir/$unit"; then
-    echo "ok      $unit"
-  else
-    echo "FAILED  $unit"
-    failed=$((failed + 1))
-  fi
+  "$compiler" "${flags[@]}" -I"$(dirname "$source_dir/$unit")" "$source_dir/$unit" && echo "ok      $unit" ||
+    { echo "FAILED  $unit"; failed=$((failed + 1)); }
 done
 echo "${#units[@]} Objective-C++ units, $failed failed"
 ((${#units[@]} > 0 && failed == 0))

@@ -7,11 +7,7 @@
 # UNITS_FILE has one unit a line, as tests/mac/CMakeLists.txt writes it:
 #   portable|mac '|' unit '|' include folders '|' definitions '|' compile options  (lists: ';').
 set -uo pipefail
-units_file=$1
-compiler=$2
-std_option=$3
-source_dir=$4
-binary_dir=$5
+units_file=$1 compiler=$2 std_option=$3 source_dir=$4 binary_dir=$5
 here=$(cd "$(dirname "$0")" && pwd)
 
 # Sets the array `flags` for one line of the units file.
@@ -27,13 +23,9 @@ unit_flags() {
     [[ $item == "$source_dir"/* || $item == "$binary_dir"/* ]] && flags+=(-I"$item") || flags+=(-isystem "$item")
   done
   IFS=';' read -ra list <<<"$definitions"
-  for item in "${list[@]}"; do
-    [[ -n $item ]] && flags+=(-D"$item")
-  done
+  for item in "${list[@]}"; do [[ -n $item ]] && flags+=(-D"$item"); done
   IFS=';' read -ra list <<<"$options"
-  for item in "${list[@]}"; do
-    [[ -n $item ]] && flags+=("$item")
-  done
+  for item in "${list[@]}"; do [[ -n $item ]] && flags+=("$item"); done
 }
 
 mapfile -t lines <"$units_file"
@@ -48,12 +40,8 @@ fi
 failed=()
 for line in "${lines[@]}"; do
   unit_flags "$line"
-  if "$compiler" "${flags[@]}" "$unit"; then
-    echo "ok      ${unit#"$source_dir"/}"
-  else
-    echo "FAILED  ${unit#"$source_dir"/}"
-    failed+=("${unit#"$source_dir"/}")
-  fi
+  "$compiler" "${flags[@]}" "$unit" && echo "ok      ${unit#"$source_dir"/}" ||
+    { echo "FAILED  ${unit#"$source_dir"/}"; failed+=("${unit#"$source_dir"/}"); }
 done
 echo "${#lines[@]} units compiled with wide-character logging, ${#failed[@]} failed: ${failed[*]}"
 # Both kinds must be there, or the list was written wrongly.

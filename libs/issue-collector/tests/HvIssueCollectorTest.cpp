@@ -7,9 +7,6 @@
 
 #include <boost/filesystem.hpp>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <pwd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -17,7 +14,6 @@
 #include <cstdlib>
 #include <functional>
 #include <regex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -28,17 +24,40 @@ using Hv::Test::LogCapture;
 using Hv::Test::readFile;
 using Hv::Test::writeFile;
 
-std::string singleQuoted(const std::string& text)
+// Write system calls of this process so far.
+unsigned long writeCalls()
 {
-    std::string quoted = "'";
-    for (const char c : text)
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
+    const std::string io = readFile("/proc/self/io");
+    return std::stoul(io.substr(io.find("syscw:") + 6));
 }
 
-std::vector<fs::path> entries(const fs::path& folder)
+// One line a record, each written out as it comes, so that a walk cut short still leaves what it
+// found; an older file is replaced.
+TEST(Listings, WriteEveryRecordOnALineOfItsOwnAtOnce)
 {
-    return {fs::directory_iterator(folder), fs::directory_iterator()};
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    std::vector<int> copies(20);
+    for (int& copy : copies)
+        copy = dup(listener); // a record each
+    const Hv::Test::TemporaryFolder folder;
+    const fs::path path = folder.path() / "listing";
+    for (const auto print : {Hv::IssueCollector::printNetwork, Hv::IssueCollector::printTaskList}) {
+        writeFile(path, std::string(100000, 'x'));
+        const unsigned long before = writeCalls();
+        print(path);
+        const unsigned long calls = writeCalls() - before;
+        const std::string text = readFile(path);
+        const std::vector<std::string> lines = Hv::Test::splitLines(text);
+        EXPECT_EQ(text.back(), '\n');
+        EXPECT_GE(lines.size(), 2u);
+        EXPECT_GE(calls, lines.size());
+        for (const std::string& line : lines)
+            EXPECT_TRUE(std::regex_match(line, std::regex("(    TCP | PROCESS ).*, PID \\d+"))) << line;
+    }
+    for (const int fd : copies)
+        close(fd);
+    close(listener);
 }
 
 // One report with HOME, XDG_CONFIG_HOME, the log folder and TMPDIR in a folder of the test. Each
@@ -47,9 +66,7 @@ class ReportScenario : public ::testing::Test {
 protected:
     ReportScenario()
     {
-        writeFile(m_logs / "HalvoSoftphone" / "2026-01-01_000000_UTC-130.264.0-1", "first log\nline two\n");
         writeFile(m_logs / "HalvoSoftphone" / "old.gz", std::string("\x1f\x8b\0\0binary", 10));
-        writeFile(m_logs / "top.log", "top level\n");
     }
 
     // `check` runs in the report's process, with the archive path and the log lines it caused.
@@ -67,60 +84,12 @@ protected:
         });
     }
 
-    // The one container folder a report left in the temporary folder.
-    fs::path container() const
-    {
-        const std::vector<fs::path> left = entries(m_temp);
-        EXPECT_EQ(left.size(), 1u);
-        return left.empty() ? fs::path() : left.front();
-    }
-
     Hv::Test::TemporaryFolder m_root;
     fs::path m_home = m_root.path() / "home";
     fs::path m_config = m_root.path() / "config";
     fs::path m_logs = m_root.path() / "logs";
     fs::path m_temp = m_root.path() / "tmp";
 };
-
-TEST_F(ReportScenario, ListsEveryConnectionAndProcessAndLeavesTheEmptyContainer)
-{
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof(address);
-    ASSERT_TRUE(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 && listen(listener, 1) == 0
-                && getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size) == 0);
-    const std::string pid = std::to_string(getpid());
-    const std::string port = std::to_string(ntohs(address.sin_port));
-
-    report("$HOME/My Downloads", [&](const fs::path& archive, const LogCapture& capture) {
-        ASSERT_EQ(archive.parent_path(), m_home / "My Downloads");
-        EXPECT_TRUE(std::regex_match(archive.filename().string(),
-                                     std::regex(R"(halvo-softphone-report-\d{4}-\d\d-\d\d_\d{6}_UTC-130\.264\.0\.zip)")));
-        const std::string unzip = "unzip -p " + singleQuoted(archive.string()) + " ";
-        // One well-formed line per record; the test's listener and process among them.
-        const std::string network = Hv::Test::commandOutput(unzip + "report/nestat");
-        EXPECT_NE(network.find("    TCP 127.0.0.1:" + port + " --> 0.0.0.0:0 LISTEN, PID " + pid + "\n"), std::string::npos);
-        for (const std::string& line : Hv::Test::splitLines(network))
-            EXPECT_TRUE(std::regex_match(line, std::regex(R"(    TCP (\d+\.){3}\d+:\d+ --> (\d+\.){3}\d+:\d+ [A-Z_0-9]+, PID \d+)")))
-                << line;
-        const std::string tasks = Hv::Test::commandOutput(unzip + "report/tasklist");
-        EXPECT_NE(tasks.find(" PROCESS 'issue-collector', OWNER '" + std::string(getpwuid(geteuid())->pw_name) + "', PID " + pid + "\n"),
-                  std::string::npos);
-
-        std::vector<std::string> steps = capture.messages(log4cplus::DEBUG_LOG_LEVEL);
-        std::erase_if(steps, [](const std::string& line) { return line.rfind("Unable to read descriptors of pid: ", 0) == 0; });
-        const fs::path left = container();
-        EXPECT_EQ(steps, (std::vector<std::string>{"Temporary folder: \"" + left.string() + "\"", "Creating netstat file",
-                                                   "Creating tasklist file",
-                                                   "Copying softphoe logs to \"" + (left / "report" / "logs").string() + "\"",
-                                                   "Compressing debug files"}));
-        EXPECT_TRUE(fs::is_empty(left));
-        EXPECT_TRUE(capture.messages(log4cplus::ERROR_LOG_LEVEL).empty());
-    });
-    close(listener);
-}
 
 TEST_F(ReportScenario, AnyCharacterInHomeAndDownloadFolderWorks)
 {
@@ -135,14 +104,9 @@ TEST_F(ReportScenario, AnyCharacterInHomeAndDownloadFolderWorks)
         report("$HOME/new/Down " + escaped, [&](const fs::path& archive, const LogCapture& capture) {
             EXPECT_EQ(archive.parent_path(), m_home / "new" / ("Down " + name));
             EXPECT_TRUE(capture.messages(log4cplus::ERROR_LOG_LEVEL).empty());
-            std::set<std::string> listed;
-            for (const std::string& line : Hv::Test::splitLines(Hv::Test::commandOutput("unzip -Z1 " + singleQuoted(archive.string()))))
-                if (line.rfind("report/logs/HalvoSoftphoneTest/", 0) != 0) // the report's own log
-                    listed.insert(line);
-            EXPECT_EQ(listed, (std::set<std::string>{"report/", "report/nestat", "report/tasklist", "report/logs/",
-                                                     "report/logs/top.log", "report/logs/HalvoSoftphone/",
-                                                     "report/logs/HalvoSoftphone/old.gz",
-                                                     "report/logs/HalvoSoftphone/2026-01-01_000000_UTC-130.264.0-1"}));
+            // The whole content is the end-to-end tests' concern; here the archive at that path.
+            setenv("ARCHIVE", archive.c_str(), 1);
+            EXPECT_EQ(Hv::Test::commandOutput("unzip -Z1 \"$ARCHIVE\" report/logs/HalvoSoftphone/old.gz"), "report/logs/HalvoSoftphone/old.gz\n");
         });
     }
 }
@@ -152,18 +116,18 @@ TEST_F(ReportScenario, FailedLogCopyKeepsTheListingsAndMakesNoArchive)
     // A socket file cannot be opened for copying.
     const fs::path socketPath = m_logs / "control.sock";
     const int unixSocket = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    ASSERT_LT(socketPath.string().size(), sizeof(address.sun_path));
+    sockaddr_un address{AF_UNIX, {}};
     socketPath.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
     ASSERT_EQ(bind(unixSocket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
 
     report("$HOME/Downloads", [&](const fs::path& archive, const LogCapture& capture) {
         EXPECT_TRUE(archive.empty());
         EXPECT_EQ(capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to copy \"" + socketPath.string() + "\" file to "), 1u);
-        EXPECT_EQ(capture.count(log4cplus::DEBUG_LOG_LEVEL, "Compressing debug files"), 0u);
-        EXPECT_TRUE(fs::is_regular_file(container() / "report" / "nestat"));
-        EXPECT_GT(fs::file_size(container() / "report" / "tasklist"), 0u);
+        // The listings stay in the one container folder the report left.
+        const std::vector<fs::path> left(fs::directory_iterator(m_temp), {});
+        ASSERT_EQ(left.size(), 1u);
+        EXPECT_TRUE(fs::is_regular_file(left[0] / "report" / "nestat"));
+        EXPECT_GT(fs::file_size(left[0] / "report" / "tasklist"), 0u);
     });
     close(unixSocket);
     EXPECT_FALSE(fs::exists(m_home / "Downloads"));

@@ -5,12 +5,8 @@
 
 #include_next <unistd.h>
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 
 int getpeereid(int socket, uid_t* uid, gid_t* gid);
 
-#ifdef __cplusplus
 }
-#endif

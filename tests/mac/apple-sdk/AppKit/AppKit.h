@@ -36,10 +36,7 @@ typedef NSString* NSImageName;
 - (NSStatusItem*)statusItemWithLength:(CGFloat)length;
 @end
 
-@protocol NSApplicationDelegate <NSObject>
-@optional
-- (void)applicationDidFinishLaunching:(NSNotification*)notification;
-- (void)applicationWillTerminate:(NSNotification*)notification;
+@protocol NSApplicationDelegate
 @end
 
 @interface NSApplication : NSObject

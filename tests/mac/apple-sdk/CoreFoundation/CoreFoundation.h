@@ -5,9 +5,7 @@
 
 #include <stdint.h>
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 
 typedef int32_t SInt32;
 typedef unsigned long CFOptionFlags;
@@ -51,6 +49,4 @@ SInt32 CFUserNotificationDisplayAlert(CFTimeInterval timeout, CFOptionFlags flag
                                       CFStringRef defaultButtonTitle, CFStringRef alternateButtonTitle,
                                       CFStringRef otherButtonTitle, CFOptionFlags* responseFlags);
 
-#ifdef __cplusplus
 }
-#endif

@@ -4,14 +4,10 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 
 typedef double CGFloat; /* 64-bit targets */
 
 CFDictionaryRef CGSessionCopyCurrentDictionary(void);
 
-#ifdef __cplusplus
 }
-#endif

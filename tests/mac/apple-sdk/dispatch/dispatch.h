@@ -2,15 +2,11 @@
 
 // <dispatch/dispatch.h>: one-time initialisation.
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 
 typedef void (^dispatch_block_t)(void);
 typedef long dispatch_once_t;
 
 void dispatch_once(dispatch_once_t* predicate, dispatch_block_t block);
 
-#ifdef __cplusplus
 }
-#endif

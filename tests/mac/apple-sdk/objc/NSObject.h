@@ -2,16 +2,10 @@
 
 // <objc/NSObject.h>: the root class and its protocol.
 
-#include <objc/objc.h>
+#define nil nullptr // id, Class and SEL are built into the compiler
 
-@protocol NSObject
-@end
-
-OBJC_ROOT_CLASS
-@interface NSObject <NSObject> {
-    Class isa;
-}
+__attribute__((objc_root_class))
+@interface NSObject
 + (instancetype)alloc;
-+ (instancetype)new;
 - (instancetype)init;
 @end

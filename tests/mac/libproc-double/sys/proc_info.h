@@ -1,8 +1,7 @@
 #pragma once
 
-// Test double of the macOS <sys/proc_info.h>: the flavours, constants and records that the libproc
-// walks use. The fields they read sit at their macOS offsets; the rest is padding, so that every
-// record has the size that the kernel checks the callers' buffer sizes against.
+// Test double of the macOS <sys/proc_info.h>: the flavours, constants, records and fields that the
+// libproc walks use, nested as on macOS; the fields they never read are left out.
 
 #include <netinet/in.h>
 #include <sys/types.h>
@@ -22,14 +21,10 @@
 
 struct proc_taskallinfo {
     struct {
-        uint32_t pad_1[5];
-        uid_t pbi_uid; /* offset 20 */
-        uint32_t pad_2[10];
-        char pbi_name[32]; /* offset 64; no terminator when the name fills it */
-        uint32_t pbi_nfiles; /* offset 96 */
-        uint32_t pad_3[9];
+        uid_t pbi_uid;
+        char pbi_name[32]; /* no terminator when the name fills it */
+        uint32_t pbi_nfiles;
     } pbsd;
-    uint64_t ptinfo[12];
 };
 
 struct proc_fdinfo {
@@ -40,37 +35,24 @@ struct proc_fdinfo {
 struct in_sockinfo {
     int insi_fport; /* network byte order in the low 16 bits */
     int insi_lport;
-    uint64_t pad_1[3];
     struct {
         struct {
-            uint32_t i46a_pad32[3];
             struct in_addr i46a_addr4;
         } ina_46;
-    } insi_faddr, insi_laddr; /* offsets 32 and 48 */
-    uint32_t pad_2[4];
+    } insi_faddr, insi_laddr;
 };
 
 struct tcp_sockinfo {
     struct in_sockinfo tcpsi_ini;
-    int tcpsi_state; /* offset 80 */
-    uint32_t pad_[9];
+    int tcpsi_state;
 };
 
 struct socket_fdinfo {
-    uint64_t pfi[3];
     struct {
-        uint64_t pad_1[20];
-        int soi_family; /* offset 160 */
-        uint32_t pad_2[17];
-        int soi_kind; /* offset 232 */
-        uint32_t pad_3;
+        int soi_family;
+        int soi_kind;
         union {
             struct tcp_sockinfo pri_tcp;
-            uint64_t pad_[66];
-        } soi_proto; /* offset 240 */
+        } soi_proto;
     } psi;
 };
-
-static_assert(sizeof(struct proc_taskallinfo) == 232, "proc_taskallinfo");
-static_assert(sizeof(struct proc_fdinfo) == 8, "proc_fdinfo");
-static_assert(sizeof(struct socket_fdinfo) == 792, "socket_fdinfo");
