@@ -34,8 +34,10 @@ class PackageTest(unittest.TestCase):
         field = lambda name: run("dpkg-deb", "-f", self.deb, name).stdout.rstrip("\n")
         architecture = run("dpkg", "--print-architecture").stdout.strip()
         self.assertEqual([field(name) for name in ("Package", "Version", "Architecture")], [NAME, VERSION, architecture])
-        # The report packs with zip; the libraries' packages are dpkg-shlibdeps' (lintian tells when it did not run).
-        self.assertIn("zip", [relation.split()[0] for relation in field("Depends").split(", ")])
+        # The report packs and checks with zip and unzip; the libraries' packages come from dpkg-shlibdeps.
+        depends = [relation.split()[0] for relation in field("Depends").split(", ")]
+        for wanted in ("zip", "unzip", "libqt6widgets6", "libboost-filesystem", "liblog4cplus"):
+            self.assertTrue(any(name.startswith(wanted) for name in depends), (wanted, depends))
         files = {}
         for line in run("dpkg-deb", "-c", self.deb).stdout.splitlines():
             mode, owner, _, _, _, path = line.split(None, 5)
@@ -72,8 +74,15 @@ class PackageTest(unittest.TestCase):
         sys.stderr.write(result.stderr)
         self.assertRegex(result.stderr, r"Ran 2 tests in [\d.]+s\n\nOK\n")
 
-        # The report too: its archive is the end-to-end and command-line tests' business.
-        self.assertEqual(run(os.path.join(root, REPORT), "--version").stdout, "hv-collect-report %s\n" % VERSION)
+        # The installed report tool makes an archive in the download folder and prints its path.
+        home = os.path.join(self.work, "home")
+        os.makedirs(os.path.join(home, "logs"))
+        report = run(os.path.join(root, REPORT), env=dict(os.environ, HOME=home, XDG_CONFIG_HOME=home, TMPDIR=home,
+                                                          HV_SOFTPHONE_LOG_DIR=os.path.join(home, "logs")))
+        self.assertEqual(report.returncode, 0, report.stderr)
+        archive = report.stdout.rstrip("\n")
+        self.assertEqual(os.path.dirname(archive), os.path.join(home, "Downloads"))
+        self.assertIn("report/nestat", run("unzip", "-Z1", archive).stdout.splitlines())
 
         dpkg("--purge", NAME)
         left = [os.path.relpath(os.path.join(folder, name), root) for folder, folders, files in os.walk(root)
