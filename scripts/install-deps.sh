@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   zip unzip faketime util-linux iproute2 procps dpkg-dev lintian
   xvfb xauth x11-apps x11-utils xdotool dbus dbus-x11 python3-dbus python3-gi trayer imagemagick fonts-dejavu-core
+  weston qt6-wayland devscripts help2man
 )
 
 missing=()
