@@ -288,7 +288,7 @@ void HvDBusMenu::actionChanged(QAction* action)
     sendSignal(PATH, MENU_INTERFACE, "LayoutUpdated", {QVariant::fromValue(m_revision), QVariant::fromValue(0)});
 }
 
-void HvDBusMenu::event(QAction* action, const QString& eventId)
+void HvDBusMenu::runEvent(QAction* action, const QString& eventId)
 {
     HV_TRACE(eventId.toStdString());
     if (action == nullptr || eventId != u"clicked")
@@ -372,7 +372,7 @@ bool HvDBusMenu::handleMessage(const QDBusMessage& call, const QDBusConnection& 
             bus.send(call.createReply(QVariant::fromValue(QDBusVariant(value))));
         } else if (member == u"Event") {
             bus.send(call.createReply());
-            event(*action, arguments.at(1).toString());
+            runEvent(*action, arguments.at(1).toString());
         } else {
             bus.send(call.createReply(false));
         }
@@ -417,7 +417,7 @@ bool HvDBusMenu::handleMessage(const QDBusMessage& call, const QDBusConnection& 
     } else if (member == u"EventGroup") {
         bus.send(call.createReply(QVariant::fromValue(unknown)));
         for (const auto& [action, eventId] : events)
-            event(action, eventId);
+            runEvent(action, eventId);
     } else {
         bus.send(call.createReply({QVariant::fromValue(QList<int>()), QVariant::fromValue(unknown)}));
     }

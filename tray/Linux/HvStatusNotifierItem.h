@@ -37,7 +37,7 @@ private:
     std::optional<QAction*> entry(int id) const;
     QVariantMap properties(QAction* action, const QStringList& names) const;
     void actionChanged(QAction* action);
-    void event(QAction* action, const QString& eventId);
+    void runEvent(QAction* action, const QString& eventId);
 
     QMenu* m_menu;
     uint m_revision = 1;
