@@ -130,7 +130,7 @@ bool refuse(const QDBusMessage& call, const QDBusConnection& bus, Fault fault, c
 {
     static std::array<bool, 3> logged{};
     if (!std::exchange(logged.at(static_cast<size_t>(fault)), true))
-        HV_LOG_WARN("Refused a D-Bus call of " << call.service().toStdString() << ": " << text.toStdString()
+        HV_LOG_WARN("Refused a D-Bus call from " << call.service().toStdString() << ": " << text.toStdString()
                                                << " (further calls of this kind are refused silently)");
     bus.send(call.createErrorReply(QString::fromLatin1(error), text));
     return true;
@@ -357,9 +357,10 @@ bool HvDBusMenu::handleMessage(const QDBusMessage& call, const QDBusConnection& 
         if (member == u"GetLayout") {
             const QStringList names = arguments.at(2).toStringList();
             MenuLayout layout{id, properties(*action, names), {}};
-            const QList<QAction*> actions = m_menu->actions();
-            // A flat menu: only the root has entries.
-            for (qsizetype i = 0; *action == nullptr && arguments.at(1).toInt() != 0 && i < actions.size(); ++i)
+            // A flat menu: only the root has entries, shown unless the depth is 0.
+            const bool withChildren = *action == nullptr && arguments.at(1).toInt() != 0;
+            const QList<QAction*> actions = withChildren ? m_menu->actions() : QList<QAction*>();
+            for (qsizetype i = 0; i < actions.size(); ++i)
                 layout.children.append(QDBusVariant(QVariant::fromValue(
                     MenuLayout{static_cast<int>(i) + 1, properties(actions.at(i), names), {}})));
             bus.send(call.createReply({QVariant::fromValue(m_revision), QVariant::fromValue(layout)}));
