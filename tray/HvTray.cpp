@@ -6,7 +6,19 @@
 namespace Hv::Tray {
 
 namespace {
+
 const char* const TITLE = "Halvo Softphone";
+
+std::string productTitle()
+{
+    return std::string(TITLE) + " (" + PRODUCT_VERSION + ")";
+}
+
+} // namespace
+
+std::string Presentation::toolTip() const
+{
+    return title + "\n" + status;
 }
 
 const char* iconName(Icon icon)
@@ -55,25 +67,25 @@ void setStatus(const ServiceStatus& serviceStatus)
 void setWaitingStatus()
 {
     HV_TRACE_FREE();
-    showPresentation(Icon::Waiting, formatStatus("Waiting"));
+    showPresentation({Icon::Waiting, productTitle(), "Waiting", false});
 }
 
 void setErrorStatus(ServiceStatus::ErrorCode error)
 {
     HV_TRACE_FREE(error);
-    showPresentation(Icon::Error, formatStatus("Error", error));
+    showPresentation({Icon::Error, productTitle(), "Error: " + errorString(error), true});
 }
 
 void setConnectedStatus()
 {
     HV_TRACE_FREE();
-    showPresentation(Icon::Connected, formatStatus("Connected"));
+    showPresentation({Icon::Connected, productTitle(), "Connected", false});
 }
 
 std::string formatStatus(const std::string& status)
 {
     HV_TRACE_FREE(status);
-    return std::string(TITLE) + " (" + PRODUCT_VERSION + ")\n" + status;
+    return productTitle() + "\n" + status;
 }
 
 std::string formatStatus(const std::string& status, ServiceStatus::ErrorCode error)

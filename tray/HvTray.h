@@ -1,8 +1,8 @@
 #pragma once
 
-// The status item's presentation: which of the three icons and which tool tip a service status
-// gets. The decision and the texts are portable; the platform shell only displays the result
-// through showPresentation().
+// The status item's presentation: which of the three icons, which texts and whether the item asks
+// for attention, for a service status. The decision and the texts are portable; the platform shell
+// only displays the result through showPresentation().
 
 #include "HvServiceStatus.h"
 
@@ -11,6 +11,21 @@
 namespace Hv::Tray {
 
 enum class Icon { Waiting, Error, Connected };
+
+// Everything the item shows for one status.
+struct Presentation {
+    Icon icon;
+    // "Halvo Softphone (<version>)".
+    std::string title;
+    // "Waiting", "Connected" or "Error: " and the reason.
+    std::string status;
+    // The error states: hosts that tuck items away show this one.
+    bool needsAttention;
+
+    // The title, a line feed and the status: for items that show one text.
+    std::string toolTip() const;
+    bool operator==(const Presentation&) const = default;
+};
 
 // The named image of an icon: "waiting", "error" or "connected".
 const char* iconName(Icon icon);
@@ -34,7 +49,8 @@ std::string formatStatus(const std::string& status, ServiceStatus::ErrorCode err
 // The reason shown after "Error: "; empty for Success.
 std::string errorString(ServiceStatus::ErrorCode error);
 
-// Platform shell: sets the item's icon, then its tool tip, creating the item on first use.
-void showPresentation(Icon icon, const std::string& toolTip);
+// Platform shell: shows the presentation (icon first, then the texts), creating the item on first
+// use.
+void showPresentation(const Presentation& presentation);
 
 } // namespace Hv::Tray

@@ -239,7 +239,8 @@ class Harness(unittest.TestCase):
         return self.bus.get_object(*wait_for(lambda: self.watcher.items and self.watcher.items[-1], "the item"))
 
     def wait_tool_tip(self, item, second_line):
-        tool_tip = lambda: str(prop(item, "ToolTip")[2])
+        # The title and the text of the item's tool tip: the two lines of the macOS one.
+        tool_tip = lambda: "%s\n%s" % tuple(map(str, prop(item, "ToolTip")[2:]))
         wait_for(lambda: tool_tip() == FIRST_LINE + second_line, lambda: "%r, not %r" % (FIRST_LINE + second_line, tool_tip()))
 
     def assert_icon(self, item, name):
@@ -253,8 +254,8 @@ class TrayE2E(Harness):
     def test_statuses_follow_the_table_and_nothing_else(self):
         tray = self.start()
         self.assert_icon(tray.item, "waiting")
-        # Panels list the item by its title; the toolkit gives the id the same text.
-        self.assertEqual((prop(tray.item, "Title"), prop(tray.item, "Id")), ("Halvo Softphone",) * 2)
+        # Panels list the item by its title and keep their settings under its id.
+        self.assertEqual((prop(tray.item, "Title"), prop(tray.item, "Id")), ("Halvo Softphone", "halvo-softphone-tray"))
         # The three looks differ in their pixels, not only in their text.
         self.assertEqual(len({shipped_icon(name, 22) for name in ("waiting", "error", "connected")}), 3)
         # Every look once; the whole decision table is the unit test's.
@@ -428,13 +429,131 @@ class ReportE2E(Harness):
         self.assertEqual(len(tray.log_lines("ERROR", "Unable to create download folder")), 1)
 
         # An opener that cannot open anything, as on a desktop without a default handler: a
-        # notification. (It leaves the item asking for attention, its tool tip the message's.)
+        # notification.
         os.remove(downloads)
         write(opener, b"#!/bin/sh\nexit 3\n", 0o755)
         self.bus.request_name(NOTIFICATIONS)
         self.click_report(tray)
         wait_for(lambda: len(self.watcher.calls) > 1, "the notification", timeout=30)
         self.assertEqual(self.watcher.calls[1:], [("Notify", "Logs saved to", self.take_archive(downloads))])
+
+class NativeItemE2E(Harness):
+    # The tray's own StatusNotifierItem and dbusmenu objects, read and called as a panel does.
+    def signals(self, interface):
+        # (name, arguments...) of each signal of `interface` from now on, in order.
+        received = []
+        match = self.bus.add_signal_receiver(lambda *args, member: received.append((member, *args)),
+                                             dbus_interface=interface, member_keyword="member")
+        self.addCleanup(match.remove)
+        return received
+
+    def assert_item(self, item, icon, text):
+        name, attention = "halvo-softphone-tray-" + icon, icon == "error"
+        shown = item.GetAll(ITEM_INTERFACE, dbus_interface=PROPERTIES)
+        self.assertEqual({key: shown[key] for key in ("Id", "Title", "Category", "ItemIsMenu", "IconName", "Status",
+                                                      "AttentionIconName", "Menu")},
+                         {"Id": "halvo-softphone-tray", "Title": "Halvo Softphone", "Category": "Communications",
+                          "ItemIsMenu": True, "IconName": name, "Status": "NeedsAttention" if attention else "Active",
+                          "AttentionIconName": "halvo-softphone-tray-error", "Menu": "/MenuBar"})
+        self.assertEqual(tuple(shown["ToolTip"]), (name, [], FIRST_LINE.strip(), text))
+        self.assertEqual([(w, h) for w, h, _ in shown["IconPixmap"]], [(size, size) for size in (16, 22, 24, 32, 48)])
+        self.assert_icon(item, icon)
+        # Uninstalled, the name is found in the build tree's copy of the theme: the shipped files.
+        theme = shown["IconThemePath"]
+        self.assertEqual(theme, os.path.join(os.path.dirname(ARGS.tray), "icons"))
+        for size in (16, 22, 24, 32, 48):
+            self.assertEqual(pathlib.Path(theme, "hicolor/%dx%d/apps/%s.png" % (size, size, name)).read_bytes(),
+                             pathlib.Path(ARGS.icons.format(name=icon, size=size)).read_bytes())
+        self.assertTrue(os.path.isfile(os.path.join(theme, "hicolor/scalable/apps/%s.svg" % name)))
+
+    def test_item_shows_each_look_and_tells_the_host_what_changed(self):
+        tray = self.start()
+        self.assert_item(tray.item, "waiting", "Waiting")
+        received = self.signals(ITEM_INTERFACE)
+        for status, icon, text, news in [
+                ("Connected,Success", "connected", "Connected", [("NewIcon",), ("NewToolTip",)]),
+                ("Waiting,Socket", "error", "Error: Port busy", [("NewIcon",), ("NewToolTip",), ("NewStatus", "NeedsAttention")]),
+                ("Waiting,Socket", "error", "Error: Port busy", []),  # the same again: nothing new
+                ("Waiting,Success", "waiting", "Waiting", [("NewIcon",), ("NewToolTip",), ("NewStatus", "Active")])]:
+            with self.subTest(status=status):
+                del received[:]
+                tray.peer("--status", status)
+                self.wait_tool_tip(tray.item, text)
+                pump(0.5)
+                self.assertEqual(received, news)
+                self.assert_item(tray.item, icon, text)
+
+    def test_menu_is_drawn_by_the_host_and_its_entry_builds_the_report(self):
+        self.bus.request_name(FILE_MANAGER)
+        tray = self.start()
+        menu = self.bus.get_object(tray.item.bus_name, "/MenuBar")
+        call = lambda method, *args: menu.get_dbus_method(method, MENU_INTERFACE)(*args)
+        self.assertEqual(menu.GetAll(MENU_INTERFACE, dbus_interface=PROPERTIES),
+                         {"Version": 3, "TextDirection": "ltr", "Status": "normal", "IconThemePath": []})
+        entry = {"label": "Collect logs into a ZIP file", "enabled": True, "visible": True}
+        _, (root, properties, children) = call("GetLayout", 0, -1, [])
+        self.assertEqual((root, properties, [(c[0], c[1], c[2]) for c in children]),
+                         (0, {"children-display": "submenu"}, [(1, entry, [])]))
+        # Depth 0 is the root alone; properties by name, one or a group (an unknown id is skipped).
+        self.assertEqual(call("GetLayout", 0, 0, ["label"])[1][2], [])
+        self.assertEqual((call("GetProperty", 1, "label"), call("AboutToShow", 1)), (entry["label"], False))
+        self.assertEqual(call("GetGroupProperties", [1, 7], ["enabled"]), [(1, {"enabled": True})])
+        ReportE2E.click_report(self, tray)
+        wait_for(lambda: self.watcher.calls, "the archive to be shown", timeout=30)
+
+    def test_bad_calls_are_refused_and_a_restarted_watcher_gets_the_item_again(self):
+        tray = self.start()
+        item, menu = (self.bus.get_object(tray.item.bus_name, path, introspect=False) for path in ("/StatusNotifierItem", "/MenuBar"))
+        click = ("clicked", dbus.Int32(0, variant_level=1), dbus.UInt32(0))
+        bad = [(item, ITEM_INTERFACE, "Explode", (), "UnknownMethod"), (item, ITEM_INTERFACE, "Activate", ("x", "y"), "InvalidArgs"),
+               (item, PROPERTIES, "Get", (ITEM_INTERFACE, "Colour"), "UnknownProperty"),
+               (menu, MENU_INTERFACE, "Event", (42, *click), "InvalidArgs"),
+               (menu, MENU_INTERFACE, "EventGroup", ([(42, *click)],), "InvalidArgs"),
+               (menu, MENU_INTERFACE, "GetLayout", (42, -1, dbus.Array([], signature="s")), "InvalidArgs")]
+        for proxy, interface, method, arguments, error in bad * 2:
+            with self.subTest(method=method, arguments=arguments), self.assertRaises(dbus.DBusException) as refused:
+                proxy.get_dbus_method(method, interface)(*arguments)
+            self.assertEqual(refused.exception.get_dbus_name(), "org.freedesktop.DBus.Error." + error)
+        # One line for each kind: unknown method, wrong arguments, unknown id.
+        wait_for(lambda: len(tray.log_lines("WARN", "Refused a D-Bus call")) >= 3, "the WARN lines")
+        tray.peer("--status", "Connected,Success")
+        self.wait_tool_tip(tray.item, "Connected")
+        self.assertEqual(len(tray.log_lines("WARN", "Refused a D-Bus call")), 3)
+        # The panel restarts: its watcher's name released and taken again.
+        first = self.watcher.items[-1]
+        self.bus.release_name(WATCHER_NAME)
+        pump(0.2)
+        self.watcher.items = []
+        self.bus.request_name(WATCHER_NAME)
+        wait_for(lambda: self.watcher.items, "the item to register again", timeout=1.0)
+        self.assertEqual(self.watcher.items, [first])
+
+    def test_under_wayland_the_item_opens_no_window(self):
+        if not shutil.which("weston"):
+            self.skipTest("weston is not installed (scripts/install-deps.sh installs it)")
+        runtime, log = os.path.join(self.root, "wayland"), open(os.path.join(self.root, "weston.txt"), "w+")
+        os.makedirs(runtime, mode=0o700)
+        self.addCleanup(log.close)
+        weston = subprocess.Popen(["weston", "--backend=headless-backend.so", "--socket=hv-e2e", "--idle-time=0"],
+                                  env={**os.environ, "XDG_RUNTIME_DIR": runtime}, stdout=log, stderr=subprocess.STDOUT)
+        self.addCleanup(weston.wait, timeout=10)
+        self.addCleanup(weston.terminate)
+        display = os.path.join(runtime, "hv-e2e")
+        wait_for(lambda: os.path.exists(display) or weston.poll() is not None, "weston", timeout=10)
+        if not os.path.exists(display):
+            self.skipTest("weston cannot start here: " + pathlib.Path(log.name).read_text()[-500:])
+        # Every request the toolkit makes of the compositor goes to the tray's output.
+        tray = self.start({"QT_QPA_PLATFORM": "wayland", "WAYLAND_DISPLAY": display, "WAYLAND_DEBUG": "1"})
+        tray.item.Activate(dbus.Int32(100), dbus.Int32(100), dbus_interface=ITEM_INTERFACE)
+        tray.item.SecondaryActivate(dbus.Int32(100), dbus.Int32(100), dbus_interface=ITEM_INTERFACE)
+        tray.peer("--status", "Waiting,Socket")
+        self.wait_tool_tip(tray.item, "Error: Port busy")
+        pump(0.5)
+        requests = pathlib.Path(tray.root, "output.txt").read_text(errors="replace")
+        # On the compositor, yet no surface at all: neither a window nor a popup.
+        self.assertIn('bind(1, "wl_compositor"', requests)
+        self.assertNotIn("create_surface", requests)
+        self.assertEqual(len(tray.log_lines("DEBUG", "under Wayland")), 2)
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()

@@ -16,7 +16,6 @@
 #include <QProcess>
 #include <QString>
 #include <QStringList>
-#include <QSystemTrayIcon>
 
 namespace Hv::Tray {
 
@@ -52,7 +51,7 @@ void tellWhereTheArchiveIs(const boost::filesystem::path& path)
     HV_TRACE_FREE(path);
     const QString archive = QString::fromStdString(path.string());
     if (hasNotificationService()) {
-        HvTray::instance()->statusBarItem()->showMessage(QString::fromLatin1(SAVED_TO), archive);
+        HvTray::instance()->showMessage(QString::fromLatin1(SAVED_TO), archive);
         return;
     }
     QMessageBox box(QMessageBox::Information, QStringLiteral("Halvo Softphone"), QString::fromLatin1(SAVED_TO),

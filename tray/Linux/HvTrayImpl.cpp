@@ -2,28 +2,26 @@
 
 #include "HvFileReveal.h"
 #include "HvIssueCollector.h"
+#include "HvStatusNotifierItem.h"
 #include "HvTrace.h"
 #include "HvTray.h"
 
 #include <QAction>
 #include <QCursor>
+#include <QGuiApplication>
 #include <QMenu>
 #include <QMessageBox>
 #include <QSystemTrayIcon>
 
-#include <array>
 #include <mutex>
 
 namespace {
 
-const std::array<int, 5> ICON_SIZES = {16, 22, 24, 32, 48};
-
 QIcon loadIcon(Hv::Tray::Icon icon)
 {
     QIcon result;
-    const QString name = QString::fromLatin1(Hv::Tray::iconName(icon));
-    for (int size : ICON_SIZES)
-        result.addFile(QStringLiteral(":/icons/%1-%2.png").arg(name).arg(size), QSize(size, size));
+    for (int size : Hv::Tray::ICON_SIZES)
+        result.addFile(Hv::Tray::iconResource(icon, size), QSize(size, size));
     return result;
 }
 
@@ -47,22 +45,26 @@ const QIcon& trayIcon(Hv::Tray::Icon icon)
 } // namespace
 
 HvTray::HvTray()
-    : m_statusBarItem(new QSystemTrayIcon(this))
-    , m_menu(new QMenu())
+    : m_menu(new QMenu())
 {
     HV_TRACE();
-    // Qt falls back from a StatusNotifier host to the XEmbed tray; with neither the item is
-    // invisible but the application still follows the service.
-    if (!QSystemTrayIcon::isSystemTrayAvailable())
-        HV_LOG_WARN("No system tray is available; the status item will not be shown");
     QAction* action = m_menu->addAction(QStringLiteral("Collect logs into a ZIP file"));
     QObject::connect(action, &QAction::triggered, this, [this] { collectLogs(); });
+    if (HvStatusNotifierItem::watcherAvailable()) {
+        m_item = new HvStatusNotifierItem(m_menu, [this] { popUpMenu(); }, this);
+        return;
+    }
+    // The XEmbed tray, where there is one; with none the item is invisible but the application
+    // still follows the service.
+    m_statusBarItem = new QSystemTrayIcon(this);
+    if (!QSystemTrayIcon::isSystemTrayAvailable())
+        HV_LOG_WARN("No system tray is available; the status item will not be shown");
     m_statusBarItem->setContextMenu(m_menu);
     // The item has nothing but its menu, so a left click opens it too, as a click does on macOS;
-    // the right click is the panel's (or the XEmbed tray's) own.
+    // the right click is the XEmbed tray's own.
     QObject::connect(m_statusBarItem, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
         if (reason == QSystemTrayIcon::Trigger)
-            m_menu->popup(QCursor::pos());
+            popUpMenu();
     });
 }
 
@@ -75,14 +77,38 @@ HvTray* HvTray::instance()
     return trayInstance;
 }
 
-void HvTray::setIcon(const QIcon& image, const QString& status)
+void HvTray::setPresentation(const Hv::Tray::Presentation& presentation)
 {
-    const QIcon* icon = &image;
-    HV_TRACE(icon, status.toStdString());
-    m_statusBarItem->setIcon(image);
-    m_statusBarItem->setToolTip(status);
+    HV_TRACE(Hv::Tray::iconName(presentation.icon), presentation.status);
+    if (m_item != nullptr) {
+        m_item->setPresentation(presentation);
+        return;
+    }
+    m_statusBarItem->setIcon(trayIcon(presentation.icon));
+    m_statusBarItem->setToolTip(QString::fromStdString(presentation.toolTip()));
     if (!m_statusBarItem->isVisible())
         m_statusBarItem->show();
+}
+
+void HvTray::showMessage(const QString& title, const QString& text)
+{
+    HV_TRACE(title.toStdString(), text.toStdString());
+    if (m_item != nullptr)
+        m_item->showMessage(title, text);
+    else
+        m_statusBarItem->showMessage(title, text);
+}
+
+void HvTray::popUpMenu()
+{
+    HV_TRACE();
+    // Under Wayland a menu of our own would be a top-level window placed wherever the compositor
+    // likes; hosts there draw the item's menu themselves.
+    if (QGuiApplication::platformName().startsWith(QStringLiteral("wayland"))) {
+        HV_LOG_DEBUG("A click on the item under Wayland; the host shows the menu");
+        return;
+    }
+    m_menu->popup(QCursor::pos());
 }
 
 void HvTray::collectLogs()
@@ -102,9 +128,14 @@ void HvTray::collectLogs()
 
 namespace Hv::Tray {
 
-void showPresentation(Icon icon, const std::string& toolTip)
+QString iconResource(Icon icon, int size)
 {
-    HvTray::instance()->setIcon(trayIcon(icon), QString::fromStdString(toolTip));
+    return QStringLiteral(":/icons/%1-%2.png").arg(QString::fromLatin1(iconName(icon))).arg(size);
+}
+
+void showPresentation(const Presentation& presentation)
+{
+    HvTray::instance()->setPresentation(presentation);
 }
 
 } // namespace Hv::Tray

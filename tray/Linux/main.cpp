@@ -19,8 +19,7 @@ int main(int argc, char* argv[])
     HV_TRACE_FREE(argc, argv);
     {
         QApplication application(argc, argv);
-        // What panels list the item as. Qt's StatusNotifierItem takes both its Title and its Id
-        // from this name, so the Id is this same text, the same in every run.
+        // The title of the XEmbed icon and of the boxes; the native item names itself.
         QApplication::setApplicationName(QStringLiteral("Halvo Softphone"));
         // The item's menu is the only window the application ever shows.
         QApplication::setQuitOnLastWindowClosed(false);

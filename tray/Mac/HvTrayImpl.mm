@@ -115,8 +115,9 @@ NSImage* imageOf(Hv::Tray::Icon icon)
 @end
 
 // The platform half of setWaitingStatus(), setErrorStatus() and setConnectedStatus(). Qualified,
-// so that it must match the portable declaration.
-void Hv::Tray::showPresentation(Icon icon, const std::string& toolTip)
+// so that it must match the portable declaration. The menu bar has no attention state: the error
+// icon says it.
+void Hv::Tray::showPresentation(const Presentation& presentation)
 {
-    [[HvTray instance] setIcon:imageOf(icon) status:platformString(toolTip)];
+    [[HvTray instance] setIcon:imageOf(presentation.icon) status:platformString(presentation.toolTip())];
 }

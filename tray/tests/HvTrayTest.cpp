@@ -24,42 +24,48 @@
 namespace {
 
 using Hv::Tray::Icon;
+using Hv::Tray::Presentation;
 
 // What the stand-in for the toolkit shell was asked to show, in order.
-std::vector<std::pair<Icon, std::string>> g_shown;
+std::vector<Presentation> g_shown;
 
 } // namespace
 
-void Hv::Tray::showPresentation(Icon icon, const std::string& toolTip)
+void Hv::Tray::showPresentation(const Presentation& presentation)
 {
-    g_shown.emplace_back(icon, toolTip);
+    g_shown.push_back(presentation);
 }
 
 namespace {
 
-TEST(TrayTest, StatusMessagesChooseIconAndToolTip)
+TEST(TrayTest, StatusMessagesChooseIconTextsAndAttention)
 {
-    // A body, and the icon and second tool tip line it shows; none: nothing but a WARN line. (The
+    // A body, and the icon, status line and attention it shows; none: nothing but a WARN line. (The
     // end-to-end test shows each look once and sends the other channels.)
-    const std::tuple<std::string, std::optional<Icon>, std::string> cases[] = {
+    const std::tuple<std::string, std::optional<Icon>, std::string, bool> cases[] = {
+        {"ConnectionState:Waiting,ErrorCode:Success", Icon::Waiting, "Waiting", false},
         // The error code does not matter once connected.
-        {"ConnectionState:Connected,ErrorCode:Socket", Icon::Connected, "Connected"},
-        {"ConnectionState:Waiting,ErrorCode:Validation", Icon::Error, "Error: Invalid client connection"},
-        {"ConnectionState:Waiting,ErrorCode:NoVDISession", Icon::Error, "Error: Unknown host"},
-        {"ConnectionState:Waiting,ErrorCode:Unknown", Icon::Error, "Error: Internal error"},
+        {"ConnectionState:Connected,ErrorCode:Socket", Icon::Connected, "Connected", false},
+        {"ConnectionState:Waiting,ErrorCode:Validation", Icon::Error, "Error: Invalid client connection", true},
+        {"ConnectionState:Waiting,ErrorCode:NoVDISession", Icon::Error, "Error: Unknown host", true},
+        {"ConnectionState:Waiting,ErrorCode:Unknown", Icon::Error, "Error: Internal error", true},
         // The unknown state has no look, whatever the error code; a body without "," parses to it.
-        {"ConnectionState:Unknown,ErrorCode:Socket", std::nullopt, ""},
-        {"ConnectionState:Connected", std::nullopt, ""},
+        {"ConnectionState:Unknown,ErrorCode:Socket", std::nullopt, "", false},
+        {"ConnectionState:Connected", std::nullopt, "", false},
     };
     Hv::Test::LogCapture capture;
-    for (const auto& [body, icon, secondLine] : cases) {
+    for (const auto& [body, icon, status, attention] : cases) {
         SCOPED_TRACE(body);
         g_shown.clear();
         capture.clear();
         Hv::Tray::handleStatusMessage(std::make_shared<Hv::ChannelMessage>(Hv::ChannelMessage::Channel{"ServiceStatus"}, std::string(body)));
         using Shown = decltype(g_shown);
-        EXPECT_EQ(g_shown, (icon ? Shown{{*icon, "Halvo Softphone (130.264.0)\n" + secondLine}} : Shown{}));
+        EXPECT_EQ(g_shown, (icon ? Shown{{*icon, "Halvo Softphone (130.264.0)", status, attention}} : Shown{}));
         EXPECT_EQ(capture.count(log4cplus::WARN_LOG_LEVEL, "Unexpected status; ignored"), icon ? 0u : 1u);
+        // One text for the shells that show one: the same lines as the macOS tool tip.
+        if (icon) {
+            EXPECT_EQ(g_shown.at(0).toolTip(), "Halvo Softphone (130.264.0)\n" + status);
+        }
     }
 }
 
