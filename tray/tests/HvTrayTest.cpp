@@ -16,6 +16,7 @@
 
 #include <log4cplus/loglevel.h>
 
+#include <csignal>
 #include <optional>
 #include <stdexcept>
 #include <tuple>
@@ -93,8 +94,8 @@ TEST(TrayIOServiceTest, RunsAtMostOneHundredReadyHandlersPerTickAndLogsWhatTheyT
 }
 
 // The monitor for a second over a pipe from a "parent" that wrote `written` and perhaps closed its
-// end; exits with the number of onStop calls.
-void watchParent(const std::string& written, bool closed)
+// end, perhaps sent a signal; exits with the number of onStop calls.
+void watchParent(const std::string& written, bool closed, int signal = 0)
 {
     int fds[2];
     if (pipe(fds) != 0 || dup2(fds[0], STDIN_FILENO) < 0
@@ -104,17 +105,24 @@ void watchParent(const std::string& written, bool closed)
     boost::asio::io_context context;
     int stops = 0;
     Hv::ServiceMonitor monitor(context.get_executor(), [&stops] { ++stops; });
+    if (signal != 0)
+        ::kill(::getpid(), signal);
     context.run_for(std::chrono::seconds(1));
     std::_Exit(stops);
 }
 
-TEST(ServiceMonitorDeathTest, StopsOnceAtTheEndOfStandardInputOnly)
+TEST(ServiceMonitorDeathTest, StopsOnceAtTheEndOfStandardInputOrOnASignalOnly)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    // The end of the pipe stops, once; what the parent writes is read and dropped.
-    EXPECT_EXIT(watchParent("", true), ::testing::ExitedWithCode(1), "");
+    // The end of the pipe stops, once, whatever came before it; what the parent writes, frame or
+    // not, is read and dropped.
     const std::string status = Hv::Test::frame("ServiceStatus|ConnectionState:Connected,ErrorCode:Success");
-    EXPECT_EXIT(watchParent(status, false), ::testing::ExitedWithCode(0), "");
+    const std::tuple<std::string, bool, int> cases[] = {{"", true, 1}, {status, true, 1}, {status, false, 0},
+                                                        {"a line of text\n", false, 0}};
+    for (const auto& [written, closed, stops] : cases)
+        EXPECT_EXIT(watchParent(written, closed), ::testing::ExitedWithCode(stops), "") << written;
+    // A signal stops as well; the end of the input that follows does not stop again.
+    EXPECT_EXIT(watchParent(status, true, SIGTERM), ::testing::ExitedWithCode(1), "");
 }
 
 TEST(FileUriTest, EncodesEveryByteButUnreservedOnesAndSlashes)
