@@ -439,12 +439,15 @@ class ReportE2E(Harness):
 class EnvironmentE2E(Harness):
     # A broken environment costs the log, never a status; signals and the end of standard input
     # stop the tray in order, and nothing else on standard input does.
-    def launch(self, tray, script=None, unset=()):
-        # The tray of a spawn(start=False), without the variables `unset`, `script` (sh, run as root
-        # in a mount namespace of its own) run first.
+    def launch(self, env=None, script=None, unset=()):
+        # A tray without the variables `unset`; `script` (sh, as root) runs first in a mount namespace
+        # of its own. "{root}" and "{logs}" in values and script are the tray's folders.
+        tray = self.spawn(start=False)
+        write(os.path.join(tray.root, "file"), b"")
+        tray.env.update({name: value.format(root=tray.root) for name, value in (env or {}).items()})
         for name in unset:
             tray.env.pop(name, None)
-        wrapper = ["unshare", "-m", "sh", "-ec", script + '\nexec "$0"'] if script else []
+        wrapper = ["unshare", "-m", "sh", "-ec", script.format(root=tray.root, logs=tray.logs) + '\nexec "$0"'] if script else []
         tray.process = subprocess.Popen(wrapper + [ARGS.tray], stdin=subprocess.PIPE, stdout=tray.output,
                                         stderr=subprocess.STDOUT, env=tray.env)
         tray.item = self.item()
@@ -452,46 +455,34 @@ class EnvironmentE2E(Harness):
         self.wait_tool_tip(tray.item, "Connected")
         return tray
 
-    def reasons(self, tray):
-        return re.findall(r"(?m)^HalvoSoftphoneTray: running without a log: .*$", pathlib.Path(tray.output.name).read_text())
-
     def test_without_a_usable_log_folder_statuses_are_served(self):
         import pwd
-        mount = shutil.which("unshare") and os.geteuid() == 0 and not subprocess.run(["unshare", "-m", "true"]).returncode
-        tray = self.spawn(start=False)
-        if mount:  # the log folder on a read-only file system
-            self.launch(tray, 'mount --bind "$1" "$1"; mount -o remount,bind,ro "$1"'.replace("$1", tray.logs))
-        else:  # a folder this user cannot write in, or one under a regular file
-            os.chmod(tray.logs, 0o500) if os.geteuid() else write(os.path.join(tray.logs, "HalvoSoftphoneTray"), b"")
-            self.launch(tray)
-        [reason] = self.reasons(tray)
-        self.assertIn(": cannot create folder %s/HalvoSoftphoneTray: " % tray.logs, reason)
-        # HOME names a folder that cannot be made.
-        tray = self.spawn(start=False)
-        write(os.path.join(tray.root, "file"), b"")
-        tray.env["HOME"] = os.path.join(tray.root, "file", "home")
-        self.launch(tray, unset=("HV_SOFTPHONE_LOG_DIR", "XDG_DATA_HOME"))
-        self.assertEqual(len(self.reasons(tray)), 1)
-        tray.process.stdin.close()
-        self.assertEqual(tray.process.wait(timeout=10), 0)
-        # No HOME: the password entry's home (in a namespace of the tray's own, a fresh folder), its
-        # folders for this user alone.
-        home = pwd.getpwuid(os.geteuid()).pw_dir
-        if not mount or not os.path.isdir(home):
-            self.skipTest("cannot put a folder in the place of %s here" % home)
-        tray = self.spawn(start=False)
-        os.makedirs(os.path.join(tray.root, "home"))
-        self.launch(tray, 'mount --bind "%s/home" "%s"' % (tray.root, home), unset=("HOME", "HV_SOFTPHONE_LOG_DIR", "XDG_DATA_HOME"))
-        folders = ["home", ".local", "share", "Halvo", "HalvoSoftphone-10.0", "logs", "HalvoSoftphoneTray"]
-        tray.logs = os.path.join(tray.root, *folders[:-1])
-        self.assertEqual((self.reasons(tray), len(tray.active_log_files())), ([], 1))
-        self.assertEqual([oct(os.stat(os.path.join(tray.root, *folders[:n])).st_mode & 0o777) for n in range(2, 8)], ["0o700"] * 6)
+        mount = os.geteuid() == 0 and shutil.which("unshare") and subprocess.run(["unshare", "-m", "true"]).returncode == 0
+        home, nowhere = pwd.getpwuid(os.geteuid()).pw_dir, ("HOME", "HV_SOFTPHONE_LOG_DIR", "XDG_DATA_HOME")
+        # Variables, script, variables unset, the folder the one reason line names (none: no such line).
+        for env, script, unset, folder in [({"HOME": "{root}/file/home"}, None, nowhere[1:], "{root}/file"),
+                                           ({"HV_SOFTPHONE_LOG_DIR": "{root}/file/logs"}, None, (), "{root}/file"),
+                                           (None, "mount --bind {logs} {logs}; mount -o remount,bind,ro {logs}", (), "{logs}/HalvoSoftphoneTray"),
+                                           (None, "mkdir {root}/home; mount --bind {root}/home " + home, nowhere, None)]:
+            with self.subTest(env=env, script=script):
+                if script and not (mount and os.path.isdir(home)):
+                    self.skipTest("no mount namespace of our own here")
+                tray = self.launch(env, script, unset)
+                reasons = re.findall(r"(?m)^HalvoSoftphoneTray: running without a log: cannot create folder (.*): ",
+                                     pathlib.Path(tray.output.name).read_text())
+                self.assertEqual(reasons, [folder.format(root=tray.root, logs=tray.logs)] if folder else [])
+                tray.process.stdin.close()
+                self.assertEqual(tray.process.wait(timeout=10), 0)
+                if not folder:  # without HOME: the password entry's home, in folders for this user alone
+                    folders = [tray.root, "home", ".local", "share", "Halvo", "HalvoSoftphone-10.0", "logs", "HalvoSoftphoneTray"]
+                    self.assertEqual([os.stat(os.path.join(*folders[:n])).st_mode & 0o777 for n in range(3, 9)], [0o700] * 6)
+                    self.assertTrue(os.listdir(os.path.join(*folders)))
 
     def test_signals_and_the_end_of_input_stop_in_order_and_nothing_else_does(self):
         import signal
         for stop in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, b"a line of text\n", frame(CONNECTED)):
             with self.subTest(stop=stop):
-                tray = self.launch(self.spawn(start=False))
+                tray = self.launch()
                 if isinstance(stop, bytes):  # read and dropped; only the end of the input stops the tray
                     tray.process.stdin.write(stop)
                     tray.process.stdin.flush()

@@ -1,9 +1,8 @@
 // The tray's portable decisions, without a toolkit: what a status message shows, the event-loop
-// pump, the parent monitor and the file URIs given to the desktop.
+// pump and the file URIs given to the desktop. (The parent monitor is the end-to-end tests'.)
 
 #include "HvFileUri.h"
 #include "HvLogCapture.h"
-#include "HvServiceMonitor.h"
 #include "HvStatusMessageHandler.h"
 #include "HvTestSupport.h"
 #include "HvTray.h"
@@ -16,7 +15,6 @@
 
 #include <log4cplus/loglevel.h>
 
-#include <csignal>
 #include <optional>
 #include <stdexcept>
 #include <tuple>
@@ -91,38 +89,6 @@ TEST(TrayIOServiceTest, RunsAtMostOneHundredReadyHandlersPerTickAndLogsWhatTheyT
     EXPECT_EQ(capture.messages(log4cplus::ERROR_LOG_LEVEL),
               (std::vector<std::string>{"Exception in an event handler: bind: No such file or directory",
                                         "Exception in an event handler: not a standard exception"}));
-}
-
-// The monitor for a second over a pipe from a "parent" that wrote `written` and perhaps closed its
-// end, perhaps sent a signal; exits with the number of onStop calls.
-void watchParent(const std::string& written, bool closed, int signal = 0)
-{
-    int fds[2];
-    if (pipe(fds) != 0 || dup2(fds[0], STDIN_FILENO) < 0
-        || write(fds[1], written.data(), written.size()) != static_cast<ssize_t>(written.size())
-        || (closed && close(fds[1]) != 0))
-        std::_Exit(10);
-    boost::asio::io_context context;
-    int stops = 0;
-    Hv::ServiceMonitor monitor(context.get_executor(), [&stops] { ++stops; });
-    if (signal != 0)
-        ::kill(::getpid(), signal);
-    context.run_for(std::chrono::seconds(1));
-    std::_Exit(stops);
-}
-
-TEST(ServiceMonitorDeathTest, StopsOnceAtTheEndOfStandardInputOrOnASignalOnly)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    // The end of the pipe stops, once, whatever came before it; what the parent writes, frame or
-    // not, is read and dropped.
-    const std::string status = Hv::Test::frame("ServiceStatus|ConnectionState:Connected,ErrorCode:Success");
-    const std::tuple<std::string, bool, int> cases[] = {{"", true, 1}, {status, true, 1}, {status, false, 0},
-                                                        {"a line of text\n", false, 0}};
-    for (const auto& [written, closed, stops] : cases)
-        EXPECT_EXIT(watchParent(written, closed), ::testing::ExitedWithCode(stops), "") << written;
-    // A signal stops as well; the end of the input that follows does not stop again.
-    EXPECT_EXIT(watchParent(status, true, SIGTERM), ::testing::ExitedWithCode(1), "");
 }
 
 TEST(FileUriTest, EncodesEveryByteButUnreservedOnesAndSlashes)

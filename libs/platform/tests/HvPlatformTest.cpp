@@ -87,23 +87,22 @@ TEST(PlatformDirectories, FollowTheEnvironmentAndKeepTheFirstAnswer)
 
 TEST(PlatformDirectories, TwoThreadsAskingFirstGetTheSameAnswers)
 {
-    const fs::path& (*const getters[])() = {Hv::appDataDirectory, Hv::localAppDataDirectory, Hv::halvoDirectory,
-        Hv::localHalvoDirectory, Hv::localProductDirectory, Hv::logsDirectory, Hv::binDirectory,
-        Hv::installationDirectory, Hv::tempDirectory, Hv::downloadsDirectory};
     for (int run = 0; run < 20; ++run)
-        inFreshProcess([&] {
+        inFreshProcess([] {
             // Long enough for the paths to live on the heap, where a torn write shows.
             ::setenv("HOME", "/home/a-home-folder-with-a-name-long-enough-for-the-heap", 1);
             std::atomic<int> waiting{2};
-            std::vector<std::string> answers[2];
-            const auto ask = [&](std::vector<std::string>& into) {
+            const auto ask = [&waiting](std::vector<std::string>* into) {
                 for (--waiting; waiting > 0;) {
                 }
-                for (const auto getter : getters)
-                    into.push_back(getter().string());
+                for (const auto getter : {Hv::appDataDirectory, Hv::localAppDataDirectory, Hv::halvoDirectory, Hv::localHalvoDirectory,
+                                          Hv::localProductDirectory, Hv::logsDirectory, Hv::binDirectory, Hv::installationDirectory,
+                                          Hv::tempDirectory, Hv::downloadsDirectory})
+                    into->push_back(getter().string());
             };
-            std::thread other(ask, std::ref(answers[1]));
-            ask(answers[0]);
+            std::vector<std::string> answers[2];
+            std::thread other(ask, &answers[1]);
+            ask(&answers[0]);
             other.join();
             EXPECT_EQ(answers[0], answers[1]);
         });
