@@ -33,8 +33,9 @@ namespace {
 
 std::atomic<bool> g_isInitialized{false};
 std::atomic<bool> g_isEnabled{true};
-// False while nothing receives the lines (no log file could be made): no text is built then.
-std::atomic<bool> g_hasAppender{false};
+// Initialized and some appender receives the lines (without a log file, maybe none does): one flag,
+// so that the test of every line stays two loads.
+std::atomic<bool> g_isWriting{false};
 std::atomic<bool> g_hasLogFile{false};
 boost::thread g_cleaningThread;
 
@@ -139,7 +140,7 @@ void SimpleLogger::initialize(const std::string& name)
 void SimpleLogger::addAppender(log4cplus::SharedAppenderPtr appender)
 {
     logger().addAppender(std::move(appender));
-    g_hasAppender = true;
+    g_isWriting = g_isInitialized.load();
 }
 
 bool SimpleLogger::hasLogFile()
@@ -156,8 +157,7 @@ log4cplus::Logger SimpleLogger::logger()
 
 bool SimpleLogger::isEnabled()
 {
-    return g_isInitialized.load(std::memory_order_relaxed) && g_isEnabled.load(std::memory_order_relaxed) &&
-           g_hasAppender.load(std::memory_order_relaxed);
+    return g_isWriting.load(std::memory_order_relaxed) && g_isEnabled.load(std::memory_order_relaxed);
 }
 
 void SimpleLogger::enable()
@@ -174,7 +174,7 @@ void SimpleLogger::destroy()
 {
     if (!g_isInitialized.exchange(false))
         return;
-    g_hasAppender = false;
+    g_isWriting = false;
     g_hasLogFile = false;
     // The thread sleeps a day between passes: cancel it rather than wait for the flag. Then wait
     // for it to end (at once in its sleep, or after a pass under way), so that it never logs into
