@@ -48,6 +48,12 @@ Receiver::Receiver(Token, boost::asio::io_context& ioContext, const std::string&
 Receiver::~Receiver()
 {
     close();
+    // No socket file left for clients to connect to in vain; only the one this receiver bound.
+    const boost::filesystem::path path = socketPath(m_name);
+    struct stat current{};
+    if (m_socketFile != decltype(m_socketFile){} && ::stat(path.c_str(), &current) == 0 &&
+        std::make_pair(current.st_dev, current.st_ino) == m_socketFile)
+        ::unlink(path.c_str());
 }
 
 void Receiver::onMessage(Callback callback)

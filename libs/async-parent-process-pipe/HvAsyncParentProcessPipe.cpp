@@ -2,13 +2,40 @@
 
 #include "HvTrace.h"
 
+#include <boost/asio/buffer.hpp>
 #include <boost/asio/post.hpp>
 
 #include <unistd.h>
 
+#include <array>
 #include <string>
 
 namespace Hv::Async {
+
+void ParentProcessPipe::Input::asyncDiscard()
+{
+    HV_TRACE(name());
+    readQueue()->perform(
+        std::make_shared<AppStream::Buffer>(),
+        [this](AppStream::Buffer::Shared, OperationCallback completion) {
+            HV_TRACE(name());
+            // The completion owns the bytes the read fills.
+            auto bytes = std::make_shared<std::array<char, 4096>>();
+            m_stream.async_read_some(boost::asio::buffer(*bytes),
+                                     [bytes, completion = std::move(completion)](const boost::system::error_code& error,
+                                                                                 std::size_t length) { completion(error, length); });
+        },
+        // Called only while the queue, and so this stream, exists.
+        [this](const boost::system::error_code& error, unsigned long length) {
+            HV_TRACE(name(), error, length);
+            if (!error) {
+                asyncDiscard();
+                return;
+            }
+            HV_LOG_INFO("Error " << error << " while reading in " << name());
+            handleError();
+        });
+}
 
 ParentProcessPipe::ParentProcessPipe(boost::asio::io_context& ioContext)
     : m_ioContext(ioContext)
@@ -47,6 +74,12 @@ ParentProcessPipe::In::Shared ParentProcessPipe::error() const
     return m_error;
 }
 
+void ParentProcessPipe::watchInput()
+{
+    HV_TRACE();
+    m_in->asyncDiscard();
+}
+
 void ParentProcessPipe::onAppStreamError(Callback callback)
 {
     HV_TRACE();
@@ -77,7 +110,7 @@ void ParentProcessPipe::initAppStreams()
 {
     HV_TRACE();
     const std::string pid = std::to_string(::getpid());
-    m_in = AppStream::create<Out>(m_ioContext, STDIN_FILENO, Util::streamName(Util::StreamType::In, pid));
+    m_in = AppStream::create<Input>(m_ioContext, STDIN_FILENO, Util::streamName(Util::StreamType::In, pid));
     m_out = AppStream::create<In>(m_ioContext, STDOUT_FILENO, Util::streamName(Util::StreamType::Out, pid));
     m_error = AppStream::create<In>(m_ioContext, STDERR_FILENO, Util::streamName(Util::StreamType::Error, pid));
 }

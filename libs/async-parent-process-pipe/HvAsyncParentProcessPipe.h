@@ -23,6 +23,17 @@ public:
     using In = AppStream::In<Descriptor>;
     using Callback = std::function<void()>;
 
+    // Standard input: framed reads as on any Out stream, and reads that drop whatever arrives.
+    class Input : public Out {
+    public:
+        using Shared = std::shared_ptr<Input>;
+        using Out::Out;
+
+        // Reads bytes, frames or not, and drops them until the stream ends or fails; that is
+        // then reported as any failure. Queued behind the framed reads.
+        void asyncDiscard();
+    };
+
     // Takes descriptors 0, 1 and 2 themselves: destroying the pipe closes them.
     explicit ParentProcessPipe(boost::asio::io_context& ioContext);
     ~ParentProcessPipe();
@@ -36,6 +47,9 @@ public:
     // Standard error, "error-<pid>"; its failures are only logged.
     In::Shared error() const;
 
+    // Watches standard input for its end only: what the parent writes is read and dropped.
+    void watchInput();
+
     // Told once, from the event loop, after the first failure; never about an earlier one.
     void onAppStreamError(Callback callback);
     void handleAppStreamError();
@@ -45,7 +59,7 @@ private:
     void initAppStreams();
 
     boost::asio::io_context& m_ioContext;
-    Out::Shared m_in;
+    Input::Shared m_in;
     In::Shared m_out;
     In::Shared m_error;
     Callback m_onAppStreamError;

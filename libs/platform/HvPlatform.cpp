@@ -6,7 +6,9 @@
 #include <boost/filesystem/operations.hpp>
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,10 +44,22 @@ fs::path fallbackDirectory()
     return fs::is_directory("/tmp", error) ? fs::path("/tmp") : fs::path(".");
 }
 
-fs::path homeOrFallback()
+fs::path homeDirectory()
 {
-    const std::optional<std::string> home = environmentValue("HOME");
-    return home ? fs::path(*home) : fallbackDirectory();
+    if (const std::optional<std::string> home = environmentValue("HOME"))
+        return *home;
+    // The owner of the files this process creates, so that they land in that user's own tree.
+    long size = ::sysconf(_SC_GETPW_R_SIZE_MAX);
+    std::string buffer(size > 0 ? static_cast<std::size_t>(size) : 16384, '\0');
+    struct passwd entry{};
+    struct passwd* found = nullptr;
+    int error = 0;
+    while ((error = ::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found)) == ERANGE)
+        buffer.resize(buffer.size() * 2);
+    if (error == 0 && found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] == '/')
+        return found->pw_dir;
+    // No home at all: a folder that only the administrator may write, never a shared one.
+    return "/";
 }
 
 namespace {
@@ -147,6 +161,13 @@ std::string ownerFromTaskInfo(uint32_t pid, int returnedSize, int expectedSize, 
 
 using PlatformDetail::environmentValue;
 
+namespace {
+
+// What removeOldLogs() keeps: four days' worth.
+constexpr std::time_t OLD_LOG_AGE_SECONDS = 4 * 24 * 60 * 60;
+
+} // namespace
+
 const fs::path& localAppDataDirectory()
 {
     return appDataDirectory();
@@ -159,68 +180,53 @@ fs::path halvoDirectoryFromParent(const fs::path& parent)
 
 const fs::path& halvoDirectory()
 {
-    static fs::path directory;
-    if (directory.empty())
-        directory = halvoDirectoryFromParent(appDataDirectory());
+    static const fs::path directory = halvoDirectoryFromParent(appDataDirectory());
     return directory;
 }
 
 const fs::path& localHalvoDirectory()
 {
-    static fs::path directory;
-    if (directory.empty())
-        directory = halvoDirectoryFromParent(localAppDataDirectory());
+    static const fs::path directory = halvoDirectoryFromParent(localAppDataDirectory());
     return directory;
 }
 
 const fs::path& localProductDirectory()
 {
-    static fs::path directory;
-    if (directory.empty())
-        directory = localHalvoDirectory() / "HalvoSoftphone-10.0";
+    static const fs::path directory = localHalvoDirectory() / "HalvoSoftphone-10.0";
     return directory;
 }
 
 const fs::path& logsDirectory()
 {
-    static fs::path directory;
-    // Read once: the logger's folder must not move while the process runs.
-    static const std::optional<std::string> envPath = environmentValue("HV_SOFTPHONE_LOG_DIR");
-    if (directory.empty() && envPath)
-        directory = *envPath;
-    if (!directory.empty())
-        return directory;
-    directory = fs::absolute(localProductDirectory() / "logs", fs::current_path());
+    // Read once: the logger's folder must not move while the process runs. An empty value counts as none.
+    static const fs::path directory = [] {
+        const std::optional<std::string> envPath = environmentValue("HV_SOFTPHONE_LOG_DIR");
+        if (envPath && !envPath->empty())
+            return fs::path(*envPath);
+        return fs::absolute(localProductDirectory() / "logs", fs::current_path());
+    }();
     return directory;
 }
 
 const fs::path& binDirectory()
 {
-    static fs::path directory;
-    if (directory.empty())
-        directory = environmentValue("__HV_PRODUCT_BIN_DIR").value_or(".");
+    static const fs::path directory = environmentValue("__HV_PRODUCT_BIN_DIR").value_or(".");
     return directory;
 }
 
 const fs::path& installationDirectory()
 {
-    static fs::path directory;
-    if (directory.empty())
-        directory = environmentValue("__HV_PRODUCT_INSTALLATION_DIR").value_or(".");
+    static const fs::path directory = environmentValue("__HV_PRODUCT_INSTALLATION_DIR").value_or(".");
     return directory;
 }
 
 const fs::path& tempDirectory()
 {
-    static fs::path directory;
-    if (!directory.empty())
-        return directory;
-    const std::optional<std::string> tmpdir = environmentValue("TMPDIR");
-    boost::system::error_code error;
-    if (tmpdir && fs::is_directory(*tmpdir, error))
-        directory = *tmpdir;
-    else
-        directory = PlatformDetail::fallbackDirectory();
+    static const fs::path directory = [] {
+        const std::optional<std::string> tmpdir = environmentValue("TMPDIR");
+        boost::system::error_code error;
+        return tmpdir && fs::is_directory(*tmpdir, error) ? fs::path(*tmpdir) : PlatformDetail::fallbackDirectory();
+    }();
     return directory;
 }
 
@@ -246,6 +252,25 @@ std::string uniqueName()
     return "hv-temp-" + std::to_string(nanoseconds.count()) + "-" + std::to_string(std::rand());
 }
 
+void createPrivateDirectories(const fs::path& directory)
+{
+    boost::system::error_code error;
+    if (directory.empty() || fs::is_directory(directory, error))
+        return;
+    createPrivateDirectories(directory.parent_path());
+    // Created for this user alone, whatever the umask; a folder that exists keeps its mode.
+    if (::mkdir(directory.c_str(), S_IRWXU) != 0) {
+        const int mkdirError = errno;
+        if (mkdirError == EEXIST && fs::is_directory(directory, error))
+            return;
+        throw fs::filesystem_error("Unable to create folder", directory,
+                                   boost::system::error_code(mkdirError, boost::system::system_category()));
+    }
+    if (::chmod(directory.c_str(), S_IRWXU) != 0)
+        throw fs::filesystem_error("Unable to restrict folder", directory,
+                                   boost::system::error_code(errno, boost::system::system_category()));
+}
+
 void removeOldLogs(const fs::path& directory)
 {
     HV_TRACE_FREE(directory);
@@ -253,7 +278,7 @@ void removeOldLogs(const fs::path& directory)
     fs::directory_iterator entry(directory, error);
     if (error)
         return;
-    const std::time_t oldest = std::time(nullptr) - 345600;
+    const std::time_t oldest = std::time(nullptr) - OLD_LOG_AGE_SECONDS;
     for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
         boost::system::error_code entryError;
         const std::time_t written = fs::last_write_time(entry->path(), entryError);

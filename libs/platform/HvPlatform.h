@@ -9,7 +9,8 @@
 namespace Hv {
 
 // Where the product's files live, and small process, session and file helpers.
-// The directory getters cache their first non-empty answer for the life of the process.
+// The directory getters read the environment once, at their first call from any thread, and keep
+// that answer for the life of the process.
 
 // Per-user application data (XDG data home on Linux, ~/Library/Application Support on macOS).
 const boost::filesystem::path& appDataDirectory();
@@ -32,6 +33,9 @@ void setEnv(const char* name, const char* value);
 std::string uniqueName();
 const std::string& autoUpdatePackName();
 
+// Creates the folder and its missing parents with mode 0700 (folders that exist are left as they
+// are); throws boost::filesystem::filesystem_error with the folder that could not be made.
+void createPrivateDirectories(const boost::filesystem::path& directory);
 // Removes the entries of a folder that are older than four days; never throws.
 void removeOldLogs(const boost::filesystem::path& directory);
 

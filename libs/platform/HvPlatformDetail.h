@@ -15,8 +15,9 @@ namespace Hv::PlatformDetail {
 std::optional<std::string> environmentValue(const char* name);
 // "/tmp" when it is a directory, otherwise "." (the base used when a variable is missing).
 boost::filesystem::path fallbackDirectory();
-// $HOME, or fallbackDirectory() when HOME is unset.
-boost::filesystem::path homeOrFallback();
+// $HOME; when it is unset, the home folder of this user's password entry ("/" without one). Never
+// a folder that other users may write.
+boost::filesystem::path homeDirectory();
 
 // The download folder named by the XDG_DOWNLOAD_DIR line of a user-dirs.dirs text, "$HOME"
 // expanded to `home`; nothing when the text has no usable line.

@@ -17,9 +17,13 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <functional>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -29,6 +33,10 @@ namespace {
 
 std::atomic<bool> g_isInitialized{false};
 std::atomic<bool> g_isEnabled{true};
+// Initialized and some appender receives the lines (without a log file, maybe none does): one flag,
+// so that the test of every line stays two loads.
+std::atomic<bool> g_isWriting{false};
+std::atomic<bool> g_hasLogFile{false};
 boost::thread g_cleaningThread;
 
 // Handles of cancelled cleaning threads, never released: the thread was joined behind boost's back,
@@ -40,6 +48,8 @@ std::vector<boost::thread>& cancelledThreads()
     return *threads;
 }
 
+// Between two passes of the old-log cleaning: one day.
+constexpr long long CLEANING_INTERVAL_NANOSECONDS = 24LL * 60 * 60 * 1000000000;
 constexpr const char* LOG_FILE_TIME_FORMAT = "%Y-%m-%d_%H%M%S_UTC";
 constexpr const char* HEADER_TIME_FORMAT = "%Y-%m-%d %H:%M:%S %Z (%z)";
 constexpr const log4cplus::tchar* LAYOUT =
@@ -61,7 +71,7 @@ void cleanOldLogs(boost::filesystem::path directory)
         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previousState);
         removeOldLogs(directory);
         pthread_setcancelstate(previousState, nullptr);
-        boost::this_thread::sleep_for(boost::chrono::nanoseconds(86400000000000LL));
+        boost::this_thread::sleep_for(boost::chrono::nanoseconds(CLEANING_INTERVAL_NANOSECONDS));
     }
 }
 
@@ -75,18 +85,32 @@ void SimpleLogger::initialize(const std::string& name)
     log4cplus::initialize();
     log4cplus::Logger global = logger();
 
+    global.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
     const std::time_t now = std::time(nullptr);
 
     const boost::filesystem::path directory = logsDirectory() / name;
-    boost::filesystem::create_directories(directory);
-
-    boost::thread cleaning(cleanOldLogs, directory);
-    g_cleaningThread = std::move(cleaning);
-
     std::tm utc{};
     gmtime_r(&now, &utc);
     const std::string fileName = (directory / formatTime(utc, LOG_FILE_TIME_FORMAT)).string() + "-" +
                                  PRODUCT_VERSION + "-" + std::to_string(getpid());
+    // Without a log the program still does its work: it says why once, and logs nothing.
+    try {
+        createPrivateDirectories(directory);
+    } catch (const boost::filesystem::filesystem_error& error) {
+        std::cerr << name << ": running without a log: cannot create folder " << error.path1().string() << ": "
+                  << error.code().message() << std::endl;
+        return;
+    }
+    if (std::FILE* file = std::fopen(fileName.c_str(), "a")) {
+        std::fclose(file);
+    } else {
+        std::cerr << name << ": running without a log: cannot create file " << fileName << ": "
+                  << std::strerror(errno) << std::endl;
+        return;
+    }
+
+    boost::thread cleaning(cleanOldLogs, directory);
+    g_cleaningThread = std::move(cleaning);
 
     std::function<void()> writeHeader = [name] {
         const log4cplus::Logger global = logger();
@@ -109,8 +133,19 @@ void SimpleLogger::initialize(const std::string& name)
     log4cplus::SharedAppenderPtr appender(
         new DailyRollingFileAppender(LOG4CPLUS_STRING_TO_TSTRING(fileName), std::move(writeHeader)));
     appender->setLayout(std::make_unique<log4cplus::PatternLayout>(LAYOUT));
-    global.addAppender(appender);
-    global.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
+    addAppender(appender);
+    g_hasLogFile = true;
+}
+
+void SimpleLogger::addAppender(log4cplus::SharedAppenderPtr appender)
+{
+    logger().addAppender(std::move(appender));
+    g_isWriting = g_isInitialized.load();
+}
+
+bool SimpleLogger::hasLogFile()
+{
+    return g_hasLogFile;
 }
 
 log4cplus::Logger SimpleLogger::logger()
@@ -122,7 +157,7 @@ log4cplus::Logger SimpleLogger::logger()
 
 bool SimpleLogger::isEnabled()
 {
-    return g_isInitialized.load(std::memory_order_relaxed) && g_isEnabled.load(std::memory_order_relaxed);
+    return g_isWriting.load(std::memory_order_relaxed) && g_isEnabled.load(std::memory_order_relaxed);
 }
 
 void SimpleLogger::enable()
@@ -139,6 +174,8 @@ void SimpleLogger::destroy()
 {
     if (!g_isInitialized.exchange(false))
         return;
+    g_isWriting = false;
+    g_hasLogFile = false;
     // The thread sleeps a day between passes: cancel it rather than wait for the flag. Then wait
     // for it to end (at once in its sleep, or after a pass under way), so that it never logs into
     // log4cplus while the logger shuts down or the process exits.

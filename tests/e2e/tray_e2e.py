@@ -555,6 +555,68 @@ class NativeItemE2E(Harness):
         self.assertNotIn("create_surface", requests)
         self.assertEqual(len(tray.log_lines("DEBUG", "under Wayland")), 2)
 
+
+class EnvironmentE2E(Harness):
+    # A broken environment costs the log, never a status; signals and the end of standard input
+    # stop the tray in order, and nothing else on standard input does.
+    def launch(self, env=None, script=None, unset=()):
+        # A tray without the variables `unset`; `script` (sh, as root) runs first in a mount namespace
+        # of its own. "{root}" and "{logs}" in values and script are the tray's folders.
+        tray = self.spawn(start=False)
+        write(os.path.join(tray.root, "file"), b"")
+        tray.env.update({name: value.format(root=tray.root) for name, value in (env or {}).items()})
+        for name in unset:
+            tray.env.pop(name, None)
+        wrapper = ["unshare", "-m", "sh", "-ec", script.format(root=tray.root, logs=tray.logs) + '\nexec "$0"'] if script else []
+        tray.process = subprocess.Popen(wrapper + [ARGS.tray], stdin=subprocess.PIPE, stdout=tray.output,
+                                        stderr=subprocess.STDOUT, env=tray.env)
+        tray.item = self.item()
+        tray.peer("--status", "Connected,Success")
+        self.wait_tool_tip(tray.item, "Connected")
+        return tray
+
+    def test_without_a_usable_log_folder_statuses_are_served(self):
+        import pwd
+        mount = os.geteuid() == 0 and shutil.which("unshare") and subprocess.run(["unshare", "-m", "true"]).returncode == 0
+        home, nowhere = pwd.getpwuid(os.geteuid()).pw_dir, ("HOME", "HV_SOFTPHONE_LOG_DIR", "XDG_DATA_HOME")
+        # Variables, script, variables unset, the folder the one reason line names (none: no such line).
+        for env, script, unset, folder in [({"HOME": "{root}/file/home"}, None, nowhere[1:], "{root}/file"),
+                                           ({"HV_SOFTPHONE_LOG_DIR": "{root}/file/logs"}, None, (), "{root}/file"),
+                                           (None, "mount --bind {logs} {logs}; mount -o remount,bind,ro {logs}", (), "{logs}/HalvoSoftphoneTray"),
+                                           (None, "mkdir {root}/home; mount --bind {root}/home " + home, nowhere, None)]:
+            with self.subTest(env=env, script=script):
+                if script and not (mount and os.path.isdir(home)):
+                    self.skipTest("no mount namespace of our own here")
+                tray = self.launch(env, script, unset)
+                reasons = re.findall(r"(?m)^HalvoSoftphoneTray: running without a log: cannot create folder (.*): ",
+                                     pathlib.Path(tray.output.name).read_text())
+                self.assertEqual(reasons, [folder.format(root=tray.root, logs=tray.logs)] if folder else [])
+                tray.process.stdin.close()
+                self.assertEqual(tray.process.wait(timeout=10), 0)
+                if not folder:  # without HOME: the password entry's home, in folders for this user alone
+                    folders = [tray.root, "home", ".local", "share", "Halvo", "HalvoSoftphone-10.0", "logs", "HalvoSoftphoneTray"]
+                    self.assertEqual([os.stat(os.path.join(*folders[:n])).st_mode & 0o777 for n in range(3, 9)], [0o700] * 6)
+                    self.assertTrue(os.listdir(os.path.join(*folders)))
+
+    def test_signals_and_the_end_of_input_stop_in_order_and_nothing_else_does(self):
+        import signal
+        for stop in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, b"a line of text\n", frame(CONNECTED)):
+            with self.subTest(stop=stop):
+                tray = self.launch()
+                if isinstance(stop, bytes):  # read and dropped; only the end of the input stops the tray
+                    tray.process.stdin.write(stop)
+                    tray.process.stdin.flush()
+                    tray.peer("--status", "Waiting,Success")
+                    self.wait_tool_tip(tray.item, "Waiting")
+                    self.assertIsNone(tray.process.poll())
+                    tray.process.stdin.close()
+                else:
+                    tray.process.send_signal(stop)
+                self.assertEqual(tray.process.wait(timeout=10), 0)
+                self.assertEqual(len(tray.log_lines("INFO", "tray application has been stopped")), 1)
+                self.assertEqual((tray.active_log_files(), os.path.exists(tray.socket_path())), ([], False))
+
+
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
     for option in ("--tray", "--peer", "--icons"):  # the binaries; the shipped PNGs with {name} and {size}

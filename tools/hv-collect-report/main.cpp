@@ -94,17 +94,10 @@ int main(int argc, char** argv)
         return 0;
     }
 
-    bool logging = true;
-    try {
-        Hv::SimpleLogger::initialize("HalvoSoftphoneCollectReport");
-    } catch (const std::exception& error) {
-        // The report can still be built; only its own log is missing.
-        std::cerr << TOOL << ": logging is off: " << error.what() << '\n';
-        logging = false;
-    }
+    // Without a log folder the report can still be made; the logger then says why on standard error.
+    Hv::SimpleLogger::initialize("HalvoSoftphoneCollectReport");
     const log4cplus::SharedAppenderPtr recorder(new FirstErrorRecorder);
-    if (logging)
-        Hv::SimpleLogger::logger().addAppender(recorder);
+    Hv::SimpleLogger::addAppender(recorder);
 
     boost::filesystem::path archive;
     std::string reason;
@@ -124,7 +117,7 @@ int main(int argc, char** argv)
         std::cerr << TOOL << ": the report could not be built";
         if (!reason.empty())
             std::cerr << ": " << reason;
-        if (logging)
+        if (Hv::SimpleLogger::hasLogFile())
             std::cerr << " (log in " << Hv::logsDirectory().string() << ")";
         std::cerr << '\n';
         return 1;

@@ -42,10 +42,15 @@ class CommandLineTest(unittest.TestCase):
             result = run("hv-collect-report", env=dict(os.environ, HOME=root, XDG_CONFIG_HOME=root, TMPDIR=root,
                                                        HV_SOFTPHONE_LOG_DIR=os.path.join(root, "logs"),
                                                        PATH=root + os.pathsep + os.environ["PATH"]))
+            pathlib.Path(root, "file").touch()  # no home folder: neither a log of its own nor logs to copy
+            homeless = run("hv-collect-report", env={"PATH": os.environ["PATH"], "HOME": root + "/file/home", "TMPDIR": root})
         self.assertEqual((result.returncode, result.stdout), (1, ""), result.stderr)
         self.assertIn("zip noise\n", result.stderr)
         self.assertRegex(result.stderr, r"(?m)^hv-collect-report: the report could not be built: "
                          r"Unable to pack folder: .*Downloads/halvo-softphone-report-.*\.zip.*error=12")
+        self.assertEqual(homeless.returncode, 1)
+        self.assertRegex(homeless.stderr, r"\AHalvoSoftphoneCollectReport: running without a log: cannot create folder .*\n"
+                         r"hv-collect-report: the report could not be built: Unable to copy .*/file/home/")
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()

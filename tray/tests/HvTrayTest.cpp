@@ -1,9 +1,8 @@
 // The tray's portable decisions, without a toolkit: what a status message shows, the event-loop
-// pump, the parent monitor and the file URIs given to the desktop.
+// pump and the file URIs given to the desktop. (The parent monitor is the end-to-end tests'.)
 
 #include "HvFileUri.h"
 #include "HvLogCapture.h"
-#include "HvServiceMonitor.h"
 #include "HvStatusMessageHandler.h"
 #include "HvTestSupport.h"
 #include "HvTray.h"
@@ -96,31 +95,6 @@ TEST(TrayIOServiceTest, RunsAtMostOneHundredReadyHandlersPerTickAndLogsWhatTheyT
     EXPECT_EQ(capture.messages(log4cplus::ERROR_LOG_LEVEL),
               (std::vector<std::string>{"Exception in an event handler: bind: No such file or directory",
                                         "Exception in an event handler: not a standard exception"}));
-}
-
-// The monitor for a second over a pipe from a "parent" that wrote `written` and perhaps closed its
-// end; exits with the number of onStop calls.
-void watchParent(const std::string& written, bool closed)
-{
-    int fds[2];
-    if (pipe(fds) != 0 || dup2(fds[0], STDIN_FILENO) < 0
-        || write(fds[1], written.data(), written.size()) != static_cast<ssize_t>(written.size())
-        || (closed && close(fds[1]) != 0))
-        std::_Exit(10);
-    boost::asio::io_context context;
-    int stops = 0;
-    Hv::ServiceMonitor monitor(context.get_executor(), [&stops] { ++stops; });
-    context.run_for(std::chrono::seconds(1));
-    std::_Exit(stops);
-}
-
-TEST(ServiceMonitorDeathTest, StopsOnceAtTheEndOfStandardInputOnly)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    // The end of the pipe stops, once; what the parent writes is read and dropped.
-    EXPECT_EXIT(watchParent("", true), ::testing::ExitedWithCode(1), "");
-    const std::string status = Hv::Test::frame("ServiceStatus|ConnectionState:Connected,ErrorCode:Success");
-    EXPECT_EXIT(watchParent(status, false), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(FileUriTest, EncodesEveryByteButUnreservedOnesAndSlashes)

@@ -25,36 +25,30 @@ using PlatformDetail::environmentValue;
 
 const fs::path& appDataDirectory()
 {
-    static fs::path directory;
-    if (!directory.empty())
-        return directory;
-    const std::optional<std::string> dataHome = environmentValue("XDG_DATA_HOME");
-    // A relative XDG_DATA_HOME is invalid by the XDG rules and ignored.
-    if (dataHome && fs::path(*dataHome).is_absolute())
-        directory = *dataHome;
-    else
-        directory = PlatformDetail::homeOrFallback() / ".local" / "share";
+    static const fs::path directory = [] {
+        const std::optional<std::string> dataHome = environmentValue("XDG_DATA_HOME");
+        // A relative XDG_DATA_HOME is invalid by the XDG rules and ignored.
+        if (dataHome && fs::path(*dataHome).is_absolute())
+            return fs::path(*dataHome);
+        return PlatformDetail::homeDirectory() / ".local" / "share";
+    }();
     return directory;
 }
 
 const fs::path& downloadsDirectory()
 {
-    static fs::path directory;
-    if (!directory.empty())
-        return directory;
-    const std::optional<std::string> home = environmentValue("HOME");
-    if (!home) {
-        directory = tempDirectory();
-        return directory;
-    }
-    const std::optional<std::string> configHome = environmentValue("XDG_CONFIG_HOME");
-    const fs::path configDirectory = configHome && fs::path(*configHome).is_absolute()
-        ? fs::path(*configHome) : fs::path(*home) / ".config";
-    std::ifstream file((configDirectory / "user-dirs.dirs").string());
-    std::ostringstream text;
-    text << file.rdbuf();
-    directory = PlatformDetail::downloadDirectoryFromUserDirs(text.str(), *home)
-                    .value_or(fs::path(*home) / "Downloads");
+    static const fs::path directory = [] {
+        const std::optional<std::string> home = environmentValue("HOME");
+        if (!home)
+            return tempDirectory();
+        const std::optional<std::string> configHome = environmentValue("XDG_CONFIG_HOME");
+        const fs::path configDirectory = configHome && fs::path(*configHome).is_absolute()
+            ? fs::path(*configHome) : fs::path(*home) / ".config";
+        std::ifstream file((configDirectory / "user-dirs.dirs").string());
+        std::ostringstream text;
+        text << file.rdbuf();
+        return PlatformDetail::downloadDirectoryFromUserDirs(text.str(), *home).value_or(fs::path(*home) / "Downloads");
+    }();
     return directory;
 }
 

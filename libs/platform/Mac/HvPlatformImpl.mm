@@ -19,20 +19,17 @@ using PlatformDetail::environmentValue;
 
 const fs::path& appDataDirectory()
 {
-    static fs::path directory;
-    if (directory.empty())
-        directory = PlatformDetail::homeOrFallback() / "Library" / "Application Support";
+    static const fs::path directory = PlatformDetail::homeDirectory() / "Library" / "Application Support";
     return directory;
 }
 
 const fs::path& downloadsDirectory()
 {
-    static fs::path directory;
-    if (!directory.empty())
-        return directory;
-    const std::optional<std::string> home = environmentValue("HOME");
-    // Whether or not the folder exists.
-    directory = home ? fs::path(*home) / "Downloads" : tempDirectory();
+    static const fs::path directory = [] {
+        const std::optional<std::string> home = environmentValue("HOME");
+        // Whether or not the folder exists.
+        return home ? fs::path(*home) / "Downloads" : tempDirectory();
+    }();
     return directory;
 }
 

@@ -7,9 +7,13 @@
 
 #include <boost/filesystem/operations.hpp>
 
+#include <pwd.h>
 #include <signal.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
+#include <thread>
 #include <tuple>
 
 namespace fs = boost::filesystem;
@@ -48,7 +52,8 @@ TEST(PlatformDirectories, FollowTheEnvironmentAndKeepTheFirstAnswer)
         {{{"XDG_DATA_HOME", "data"}}, {}, Hv::appDataDirectory, "~/.local/share"}, // must be absolute
         {{{"HV_SOFTPHONE_LOG_DIR", "relative/logs"}}, {}, Hv::logsDirectory, "relative/logs"},
         {{{"HV_SOFTPHONE_LOG_DIR", ""}}, {}, Hv::logsDirectory, "~/.local/share" + logs},
-        {{{"HOME", nullptr}}, {}, Hv::logsDirectory, "/tmp/.local/share" + logs},
+        // Never a shared folder: the home of the password entry.
+        {{{"HOME", nullptr}}, {}, Hv::logsDirectory, ::getpwuid(::geteuid())->pw_dir + std::string("/.local/share") + logs},
         {{{"HOME", nullptr}, {"TMPDIR", "~/missing"}}, {}, Hv::downloadsDirectory, "/tmp"},
         {{{"TMPDIR", "~"}}, {}, Hv::tempDirectory, "~"},
         {{}, {"~/.config/user-dirs.dirs", userDirs}, Hv::downloadsDirectory, "~/T\xc3\xa9l\xc3\xa9\x63harg \"b\""},
@@ -78,6 +83,29 @@ TEST(PlatformDirectories, FollowTheEnvironmentAndKeepTheFirstAnswer)
             EXPECT_EQ(c.getter().string(), first);
         });
     }
+}
+
+TEST(PlatformDirectories, TwoThreadsAskingFirstGetTheSameAnswers)
+{
+    for (int run = 0; run < 20; ++run)
+        inFreshProcess([] {
+            // Long enough for the paths to live on the heap, where a torn write shows.
+            ::setenv("HOME", "/home/a-home-folder-with-a-name-long-enough-for-the-heap", 1);
+            std::atomic<int> waiting{2};
+            const auto ask = [&waiting](std::vector<std::string>* into) {
+                for (--waiting; waiting > 0;) {
+                }
+                for (const auto getter : {Hv::appDataDirectory, Hv::localAppDataDirectory, Hv::halvoDirectory, Hv::localHalvoDirectory,
+                                          Hv::localProductDirectory, Hv::logsDirectory, Hv::binDirectory, Hv::installationDirectory,
+                                          Hv::tempDirectory, Hv::downloadsDirectory})
+                    into->push_back(getter().string());
+            };
+            std::vector<std::string> answers[2];
+            std::thread other(ask, &answers[1]);
+            ask(&answers[0]);
+            other.join();
+            EXPECT_EQ(answers[0], answers[1]);
+        });
 }
 
 TEST(PlatformRemoveOldLogs, RemovesOnlyEntriesOlderThanFourDays)

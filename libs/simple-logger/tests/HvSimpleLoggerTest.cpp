@@ -9,6 +9,8 @@
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <ctime>
 #include <regex>
@@ -35,10 +37,12 @@ std::vector<fs::path> entries(const fs::path& folder)
 
 TEST(SimpleLogger, RunWritesHeaderAndTraceLinesIntoAFileOfItsOwn)
 {
-    TemporaryFolder logs;
+    TemporaryFolder root;
+    const fs::path logs = root.path() / "logs";
     const std::time_t before = std::time(nullptr);
     const pid_t pid = inFreshProcess([&] {
-        setenv("HV_SOFTPHONE_LOG_DIR", logs.path().c_str(), 1);
+        setenv("HV_SOFTPHONE_LOG_DIR", logs.c_str(), 1);
+        ::umask(022);
         // Local time far from UTC: the file is named in UTC, the header shows local time.
         setenv("TZ", "XST-5:30", 1);
         tzset();
@@ -66,7 +70,10 @@ TEST(SimpleLogger, RunWritesHeaderAndTraceLinesIntoAFileOfItsOwn)
     });
     const std::time_t after = std::time(nullptr);
 
-    const std::vector<fs::path> files = entries(logs.path() / "Run");
+    // The folders it made are the user's alone.
+    EXPECT_EQ(fs::status(logs).permissions(), fs::owner_all);
+    EXPECT_EQ(fs::status(logs / "Run").permissions(), fs::owner_all);
+    const std::vector<fs::path> files = entries(logs / "Run");
     ASSERT_EQ(files.size(), 1u);
     const std::string name = files[0].filename().string();
     std::tm stamp{};
