@@ -137,6 +137,12 @@ uint32_t bsdState(uint32_t linuxState)
     return linuxState < sizeof(bsd) / sizeof(bsd[0]) ? bsd[linuxState] : UNKNOWN_STATE;
 }
 
+TcpConnectionInfo record(uint32_t pid, const Row& row)
+{
+    return TcpConnectionInfo(row.protocol, pid, row.state, row.localAddress, row.localPort, row.remoteAddress,
+                             row.remotePort);
+}
+
 void Table::add(const Row& row)
 {
     m_rows.push_back(row);

@@ -25,6 +25,9 @@ struct Row {
     uint16_t remotePort;
 };
 
+// The row as a record of the process `pid`.
+TcpConnectionInfo record(uint32_t pid, const Row& row);
+
 // The rows of the tables in the order read, with a lookup by socket inode (one sorted array
 // instead of a node per row; measurably faster with tens of thousands of rows).
 class Table {

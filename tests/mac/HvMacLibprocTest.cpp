@@ -52,16 +52,11 @@ struct Script {
 socket_fdinfo inetSocket(int state, const char* local, uint16_t localPort, const char* remote, uint16_t remotePort,
                          int family = AF_INET, int kind = SOCKINFO_TCP, int protocol = IPPROTO_TCP, uint8_t flags = 0)
 {
-    socket_fdinfo info{};
-    info.psi.soi_protocol = protocol;
-    info.psi.soi_family = family;
-    info.psi.soi_kind = kind;
+    socket_fdinfo info{{protocol, family, kind, {}}};
     in_sockinfo& in = kind == SOCKINFO_TCP ? info.psi.soi_proto.pri_tcp.tcpsi_ini : info.psi.soi_proto.pri_in;
     if (kind == SOCKINFO_TCP)
         info.psi.soi_proto.pri_tcp.tcpsi_state = state;
-    in.insi_lport = htons(localPort);
-    in.insi_fport = htons(remotePort);
-    in.insi_vflag = flags;
+    in = {htons(remotePort), htons(localPort), flags, {}, {}};
     for (auto [text, address] : {std::pair{local, &in.insi_laddr}, std::pair{remote, &in.insi_faddr}}) {
         if (inet_pton(AF_INET, text, &address->ina_46.i46a_addr4) == 1)
             in.insi_vflag |= INI_IPV4;

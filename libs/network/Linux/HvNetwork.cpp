@@ -52,12 +52,6 @@ ProcNetTcp::Table readTables()
     return table;
 }
 
-TcpConnectionInfo toRecord(uint32_t pid, const ProcNetTcp::Row& row)
-{
-    return TcpConnectionInfo(row.protocol, pid, row.state, row.localAddress, row.localPort, row.remoteAddress,
-                             row.remotePort);
-}
-
 // Positive decimal name of a /proc entry, or 0.
 uint32_t decimalName(const char* name)
 {
@@ -126,7 +120,7 @@ bool readProcessConnections(int procFd, uint32_t pid, const ProcNetTcp::Table& t
         if (row == ProcNetTcp::Table::NOT_FOUND)
             continue; // not a TCP or UDP socket
         held[row] = true;
-        records.push_back(toRecord(pid, table.rows()[row]));
+        records.push_back(ProcNetTcp::record(pid, table.rows()[row]));
     }
     return true;
 }
@@ -162,7 +156,7 @@ boost::optional<TcpConnectionInfo> searchInTcpTable(const TcpPredicate& predicat
     for (std::size_t row = 0; row < held.size(); ++row) {
         if (held[row])
             continue;
-        const TcpConnectionInfo unowned = toRecord(0, table.rows()[row]);
+        const TcpConnectionInfo unowned = ProcNetTcp::record(0, table.rows()[row]);
         if (predicate(unowned))
             return unowned;
     }
