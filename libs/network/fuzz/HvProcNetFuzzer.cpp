@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <sstream>
+#include <vector>
 
 using namespace Hv::Network;
 
