@@ -7,11 +7,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <sstream>
-#include <vector>
 
 using namespace Hv::Network;
 
-static std::vector<log4cplus::tstring> lines(const char* text, std::size_t size, std::size_t step, Protocol protocol)
+static log4cplus::tstring lines(const char* text, std::size_t size, std::size_t step, Protocol protocol)
 {
     ProcNetTcp::Table table;
     ProcNetTcp::Parser parser(table, protocol, "fuzz");
@@ -19,16 +18,14 @@ static std::vector<log4cplus::tstring> lines(const char* text, std::size_t size,
         parser.add(text + from, std::min(step, size - from));
     parser.finish();
     table.index();
-    std::vector<log4cplus::tstring> result;
+    log4cplus::tostringstream result;
     for (std::size_t i = 0; i < table.rows().size(); ++i) {
         const ProcNetTcp::Row& row = table.rows()[i];
         if (row.inode != 0 && table.find(row.inode) != i)
             std::abort();
-        log4cplus::tostringstream line;
-        line << ProcNetTcp::record(0, row);
-        result.push_back(line.str());
+        result << ProcNetTcp::record(0, row) << LOG4CPLUS_TEXT('\n');
     }
-    return result;
+    return result.str();
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
