@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Times the diagnostics report under a bounded loopback load, side by side with the system tools:
-#   connection listing  vs  ss -4tnp > file, and vs a bare C scan that only reads /proc/net/tcp
-#                       and every /proc/<pid>/fd link    (goal: at most 1.2 times the bare scan)
+#   connection listing  vs  ss -tuanp > file, and vs a bare C scan that reads the four socket
+#                       tables and every /proc/<pid>/fd link, then writes every table row to a
+#                       file with one write each (goal: at most 1.2 times the bare scan)
 #   process listing     vs  ps -eo pid,comm,user > file  (goal: at most 0.5 times)
 #   whole report        vs  zip -q -r of the log folder  (goal: at most 1.15 times)
 # The goal of a row is against its last column. The bare scan is compiled here from FLOOR_SOURCE
@@ -80,7 +81,7 @@ for ((i = 0; i < 600; ++i)); do
   sleep 0.2
 done
 grep -q ready "$work/load.out" || { echo "the load did not come up in time" >&2; exit 1; }
-echo "      $(ss -4tnH state established | wc -l) established IPv4 connection ends, $(processes) processes"
+echo "      $(ss -tuanH | wc -l) TCP and UDP sockets, $(processes) processes"
 
 echo "logs: writing $log_mb MB"
 mkdir -p "$work/home/Downloads" "$work/config" "$work/tmp" "$work/out"
@@ -143,13 +144,13 @@ echo "medians of $runs runs, ours vs reference; load average before: $(cut -d' '
 if [[ -n $floor ]]; then
   compare "connection listing" 1.2 : \
     "'$bench' network '$work/out/nestat'" \
-    ss "ss -4tnp > '$work/out/ss.txt'" \
-    floor "'$floor' > '$work/out/floor.txt'"
+    ss "ss -tuanp > '$work/out/ss.txt'" \
+    floor "'$floor' '$work/out/floor-rows' > '$work/out/floor.txt'"
   echo "   lines: ours $(wc -l <"$work/out/nestat"), ss $(($(wc -l <"$work/out/ss.txt") - 1)); floor: $(cat "$work/out/floor.txt")"
 else
   compare "connection listing" "" : \
     "'$bench' network '$work/out/nestat'" \
-    ss "ss -4tnp > '$work/out/ss.txt'"
+    ss "ss -tuanp > '$work/out/ss.txt'"
   echo "   lines: ours $(wc -l <"$work/out/nestat"), ss $(($(wc -l <"$work/out/ss.txt") - 1))"
 fi
 compare "process listing" 0.5 : \

@@ -2,6 +2,10 @@
 
 #include "HvTrace.h"
 
+#include <arpa/inet.h>
+#include <sys/socket.h>
+
+#include <cstring>
 #include <map>
 
 namespace Hv::Network {
@@ -27,34 +31,54 @@ log4cplus::tchar* appendDecimal(log4cplus::tchar* out, uint32_t value)
     return out;
 }
 
-log4cplus::tchar* appendText(log4cplus::tchar* out, const log4cplus::tchar* text)
+// Any text of plain characters, widened where log4cplus is wide.
+template <typename Char>
+log4cplus::tchar* appendText(log4cplus::tchar* out, const Char* text)
 {
     while (*text != 0)
-        *out++ = *text++;
+        *out++ = static_cast<log4cplus::tchar>(*text++);
     return out;
 }
 
-log4cplus::tchar* appendEndpoint(log4cplus::tchar* out, uint32_t address, uint16_t port)
+bool isIpv4(const Address& address)
 {
-    out = appendDecimal(out, (address >> 24) & 0xFF);
-    *out++ = LOG4CPLUS_TEXT('.');
-    out = appendDecimal(out, (address >> 16) & 0xFF);
-    *out++ = LOG4CPLUS_TEXT('.');
-    out = appendDecimal(out, (address >> 8) & 0xFF);
-    *out++ = LOG4CPLUS_TEXT('.');
-    out = appendDecimal(out, address & 0xFF);
-    *out++ = LOG4CPLUS_TEXT(':');
+    static constexpr uint8_t MAPPED_PREFIX[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+    return std::memcmp(address.data(), MAPPED_PREFIX, sizeof(MAPPED_PREFIX)) == 0;
+}
+
+// "a.b.c.d:port" or "[v6]:port".
+log4cplus::tchar* appendEndpoint(log4cplus::tchar* out, const Address& address, uint16_t port)
+{
+    if (isIpv4(address)) {
+        for (int i = 12; i < 16; ++i) {
+            out = appendDecimal(out, address[i]);
+            *out++ = i < 15 ? LOG4CPLUS_TEXT('.') : LOG4CPLUS_TEXT(':');
+        }
+    } else {
+        char text[INET6_ADDRSTRLEN] = "";
+        inet_ntop(AF_INET6, address.data(), text, sizeof(text));
+        *out++ = LOG4CPLUS_TEXT('[');
+        out = appendText(out, text);
+        *out++ = LOG4CPLUS_TEXT(']');
+        *out++ = LOG4CPLUS_TEXT(':');
+    }
     return appendDecimal(out, port);
 }
 
 } // namespace
 
-TcpConnectionInfo::TcpConnectionInfo(uint32_t pid, uint32_t state, bool established,
-                                     uint32_t localAddress, uint16_t localPort,
-                                     uint32_t remoteAddress, uint16_t remotePort)
-    : m_pid(pid)
+Address ipv4Address(uint32_t hostOrder)
+{
+    return {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, static_cast<uint8_t>(hostOrder >> 24),
+            static_cast<uint8_t>(hostOrder >> 16), static_cast<uint8_t>(hostOrder >> 8), static_cast<uint8_t>(hostOrder)};
+}
+
+TcpConnectionInfo::TcpConnectionInfo(Protocol protocol, uint32_t pid, uint32_t state, const Address& localAddress,
+                                     uint16_t localPort, const Address& remoteAddress, uint16_t remotePort)
+    : m_protocol(protocol)
+    , m_pid(pid)
     , m_state(state)
-    , m_established(established)
+    , m_established(protocol == Protocol::Tcp && state == TCP_STATE_ESTABLISHED)
     , m_localAddress(localAddress)
     , m_localPort(localPort)
     , m_remoteAddress(remoteAddress)
@@ -73,6 +97,10 @@ const log4cplus::tstring& TcpConnectionInfo::state() const
         {10, LOG4CPLUS_TEXT("TIME_WAIT")},
     };
     static const log4cplus::tstring unknown = LOG4CPLUS_TEXT("UNKNOWN");
+    static const log4cplus::tstring none;
+
+    if (m_protocol == Protocol::Udp)
+        return none;
 
     const auto label = labels.find(m_state);
     return label == labels.end() ? unknown : label->second;
@@ -80,17 +108,18 @@ const log4cplus::tstring& TcpConnectionInfo::state() const
 
 log4cplus::tostream& operator<<(log4cplus::tostream& os, const TcpConnectionInfo& info)
 {
-    // The report writes one line per connection of the machine: format by hand rather than
-    // through the stream's locale-aware number output.
-    log4cplus::tchar line[96];
-    log4cplus::tchar* out = appendText(line, LOG4CPLUS_TEXT("    TCP "));
+    // The report writes one line per socket of the machine: format by hand, in one piece, rather
+    // than through the stream's locale-aware number output.
+    log4cplus::tchar line[192];
+    log4cplus::tchar* out = appendText(line, info.m_protocol == Protocol::Udp ? "    UDP " : "    TCP ");
     out = appendEndpoint(out, info.m_localAddress, info.m_localPort);
-    out = appendText(out, LOG4CPLUS_TEXT(" --> "));
+    out = appendText(out, " --> ");
     out = appendEndpoint(out, info.m_remoteAddress, info.m_remotePort);
-    *out++ = LOG4CPLUS_TEXT(' ');
-    os.write(line, out - line);
-    os << info.state();
-    out = appendText(line, LOG4CPLUS_TEXT(", PID "));
+    if (info.m_protocol == Protocol::Tcp) {
+        *out++ = LOG4CPLUS_TEXT(' ');
+        out = appendText(out, info.state().c_str());
+    }
+    out = appendText(out, ", PID ");
     out = appendDecimal(out, info.m_pid);
     os.write(line, out - line);
     return os;
@@ -102,7 +131,8 @@ uint32_t findProcessByTcpPorts(uint16_t localPort, uint16_t remotePort)
 
     const boost::optional<TcpConnectionInfo> found =
         searchInTcpTable([localPort, remotePort](const TcpConnectionInfo& info) {
-            return info.m_localPort == localPort && info.m_remotePort == remotePort;
+            return info.m_protocol == Protocol::Tcp && info.m_localPort == localPort
+                && info.m_remotePort == remotePort;
         });
     return found ? found->m_pid : 0;
 }

@@ -1,6 +1,6 @@
 #include "HvProcNetTcp.h"
 
-#include <arpa/inet.h>
+#include "HvTrace.h"
 
 #include <algorithm>
 #include <cstring>
@@ -66,22 +66,33 @@ struct Cursor {
         return p != start;
     }
 
-    // "0100007F:1F90": the address word as the host stores the network-order bytes, then the
-    // port in host order.
-    bool endpoint(uint32_t& address, uint16_t& port)
+    // "0100007F:1F90" or the 32 digits of an IPv6 address: the address words as the host
+    // stores the network-order bytes, then the port in host order.
+    bool endpoint(Address& address, uint16_t& port)
     {
-        uint64_t word = 0;
-        uint64_t number = 0;
         skipBlanks();
-        if (!hex(word, 8) || !literal(':') || !hex(number, 4))
+        const char* const colon = static_cast<const char*>(std::memchr(p, ':', static_cast<std::size_t>(end - p)));
+        const long digits = colon == nullptr ? 0 : colon - p;
+        if (digits != 8 && digits != 32)
             return false;
-        address = ntohl(static_cast<uint32_t>(word));
+        address = ipv4Address(0);
+        for (long offset = digits == 8 ? 12 : 0; offset < 16; offset += 4) {
+            uint64_t word = 0;
+            const char* const start = p;
+            if (!hex(word, 8) || p - start != 8)
+                return false;
+            const uint32_t stored = static_cast<uint32_t>(word);
+            std::memcpy(address.data() + offset, &stored, sizeof(stored));
+        }
+        uint64_t number = 0;
+        if (!literal(':') || !hex(number, 4))
+            return false;
         port = static_cast<uint16_t>(number);
         return true;
     }
 };
 
-bool parseLine(const char* begin, const char* end, uint64_t& inode, Row& row)
+bool parseLine(const char* begin, const char* end, Row& row)
 {
     Cursor cursor{begin, end};
     uint64_t number = 0;
@@ -95,13 +106,13 @@ bool parseLine(const char* begin, const char* end, uint64_t& inode, Row& row)
     cursor.skipBlanks();
     if (!cursor.hex(number, 2))
         return false;
-    row.state = bsdState(static_cast<uint32_t>(number));
+    row.state = row.protocol == Protocol::Tcp ? bsdState(static_cast<uint32_t>(number)) : UNKNOWN_STATE;
     // tx_queue:rx_queue, tr:tm->when, retrnsmt, uid, timeout
     for (int field = 0; field < 5; ++field)
         if (!cursor.skipField())
             return false;
     cursor.skipBlanks();
-    return cursor.decimal(inode);
+    return cursor.decimal(row.inode);
 }
 
 } // namespace
@@ -126,28 +137,55 @@ uint32_t bsdState(uint32_t linuxState)
     return linuxState < sizeof(bsd) / sizeof(bsd[0]) ? bsd[linuxState] : UNKNOWN_STATE;
 }
 
-void Table::add(uint64_t inode, const Row& row)
+TcpConnectionInfo record(uint32_t pid, const Row& row)
 {
-    m_entries.emplace_back(inode, row);
+    return TcpConnectionInfo(row.protocol, pid, row.state, row.localAddress, row.localPort, row.remoteAddress,
+                             row.remotePort);
 }
 
-void Table::sort()
+void Table::add(const Row& row)
 {
-    auto byInode = [](const Entry& a, const Entry& b) { return a.first < b.first; };
-    std::stable_sort(m_entries.begin(), m_entries.end(), byInode);
-    auto sameInode = [](const Entry& a, const Entry& b) { return a.first == b.first; };
-    m_entries.erase(std::unique(m_entries.begin(), m_entries.end(), sameInode), m_entries.end());
+    m_rows.push_back(row);
 }
 
-const Row* Table::find(uint64_t inode) const
+void Table::index()
 {
-    const auto entry = std::lower_bound(m_entries.begin(), m_entries.end(), inode,
-                                        [](const Entry& a, uint64_t b) { return a.first < b; });
-    return entry != m_entries.end() && entry->first == inode ? &entry->second : nullptr;
+    m_byInode.clear();
+    for (std::size_t position = 0; position < m_rows.size(); ++position) {
+        if (m_rows[position].inode != 0)
+            m_byInode.emplace_back(m_rows[position].inode, position);
+    }
+    // The kernel's walk can meet a socket in two hash chains: the first row of an inode stays.
+    std::sort(m_byInode.begin(), m_byInode.end());
+    auto sameInode = [](const auto& a, const auto& b) { return a.first == b.first; };
+    const auto unique = std::unique(m_byInode.begin(), m_byInode.end(), sameInode);
+    if (unique == m_byInode.end())
+        return;
+    std::vector<bool> kept(m_rows.size(), false);
+    for (std::size_t position = 0; position < m_rows.size(); ++position)
+        kept[position] = m_rows[position].inode == 0;
+    for (auto entry = m_byInode.begin(); entry != unique; ++entry)
+        kept[entry->second] = true;
+    std::size_t next = 0;
+    for (std::size_t position = 0; position < m_rows.size(); ++position) {
+        if (kept[position])
+            m_rows[next++] = m_rows[position];
+    }
+    m_rows.resize(next);
+    index();
 }
 
-Parser::Parser(Table& table)
+std::size_t Table::find(uint64_t inode) const
+{
+    const auto entry = std::lower_bound(m_byInode.begin(), m_byInode.end(), inode,
+                                        [](const auto& a, uint64_t b) { return a.first < b; });
+    return entry != m_byInode.end() && entry->first == inode ? entry->second : NOT_FOUND;
+}
+
+Parser::Parser(Table& table, Protocol protocol, const char* name)
     : m_table(table)
+    , m_protocol(protocol)
+    , m_name(name)
 {
 }
 
@@ -177,7 +215,11 @@ void Parser::finish()
     if (!m_partial.empty())
         line(m_partial.data(), m_partial.data() + m_partial.size());
     m_partial.clear();
-    m_table.sort();
+    if (m_badLines > 0) {
+        HV_LOG_WARN(LOG4CPLUS_TEXT("Skipped ") << m_badLines << LOG4CPLUS_TEXT(" unreadable line(s) of ")
+                    << m_name << LOG4CPLUS_TEXT(", the first: '") << m_firstBadLine.c_str() << LOG4CPLUS_TEXT("'"));
+    }
+    m_badLines = 0;
 }
 
 void Parser::line(const char* begin, const char* end)
@@ -186,17 +228,15 @@ void Parser::line(const char* begin, const char* end)
         m_header = false;
         return;
     }
-    uint64_t inode = 0;
     Row row{};
-    if (parseLine(begin, end, inode, row) && inode != 0)
-        m_table.add(inode, row);
-}
-
-void parse(const char* text, std::size_t size, Table& table)
-{
-    Parser parser(table);
-    parser.add(text, size);
-    parser.finish();
+    row.protocol = m_protocol;
+    if (parseLine(begin, end, row)) {
+        m_table.add(row);
+    } else if (m_badLines++ == 0) {
+        // Cut, like every dump in the log.
+        constexpr std::ptrdiff_t SHOWN = 256;
+        m_firstBadLine.assign(begin, std::min(end - begin, SHOWN));
+    }
 }
 
 uint64_t socketInode(const char* link, std::size_t size)

@@ -1,4 +1,4 @@
-// The libproc walks of the macOS units (TCP table, task list, process owner) against libproc calls
+// The libproc walks of the macOS units (socket table, task list, process owner) against libproc calls
 // that answer from a script; the task list also against the real user database.
 
 #include "HvLogCapture.h"
@@ -47,11 +47,23 @@ struct Script {
     Pids listBufferSizes, taskInfoPids, listFdsBufferSizes;
 } script;
 
-// An IPv4 TCP socket as macOS reports it: addresses and ports in network order.
-socket_fdinfo inetSocket(int state, uint32_t local, uint16_t localPort, uint32_t remote, uint16_t remotePort,
-                         int family = AF_INET, int kind = SOCKINFO_TCP)
+// A socket as macOS reports it: addresses and ports in network order; a dotted address in ina_46
+// with INI_IPV4, any other in ina_6 with INI_IPV6, plus `flags`.
+socket_fdinfo inetSocket(int state, const char* local, uint16_t localPort, const char* remote, uint16_t remotePort,
+                         int family = AF_INET, int kind = SOCKINFO_TCP, int protocol = IPPROTO_TCP, uint8_t flags = 0)
 {
-    return {{family, kind, {{{htons(remotePort), htons(localPort), {{{htonl(remote)}}}, {{{htonl(local)}}}}, state}}}};
+    socket_fdinfo info{{protocol, family, kind, {}}};
+    in_sockinfo& in = kind == SOCKINFO_TCP ? info.psi.soi_proto.pri_tcp.tcpsi_ini : info.psi.soi_proto.pri_in;
+    if (kind == SOCKINFO_TCP)
+        info.psi.soi_proto.pri_tcp.tcpsi_state = state;
+    in = {htons(remotePort), htons(localPort), flags, {}, {}};
+    for (auto [text, address] : {std::pair{local, &in.insi_laddr}, std::pair{remote, &in.insi_faddr}}) {
+        if (inet_pton(AF_INET, text, &address->ina_46.i46a_addr4) == 1)
+            in.insi_vflag |= INI_IPV4;
+        else if (inet_pton(AF_INET6, text, &address->ina_6) == 1)
+            in.insi_vflag |= INI_IPV6;
+    }
+    return info;
 }
 
 // Copies as many items as the buffer has room for; returns their size in bytes.
@@ -148,28 +160,40 @@ TEST_F(MacLibproc, TcpTableGrowsThePidBufferByAQuarterUntilTheListFitsAndStartsA
     EXPECT_EQ(script.taskInfoPids, (Pids{7, 3})); // the listing's order, not the pids'
 }
 
-TEST_F(MacLibproc, TcpTableKeepsIpv4TcpSocketsOfReadableProcessesInHostOrderAndStopsAtTheFirstMatch)
+TEST_F(MacLibproc, TcpTableKeepsTcpAndUdpSocketsOfBothFamiliesOfReadableProcessesAndStopsAtTheFirstTcpMatch)
 {
     script.pids = {10, 11, 12, 13};
-    Process refused{"", 0, 10, {{3, inetSocket(ESTABLISHED, 0x7F000001, 1, 0x7F000001, 2)}}};
+    Process refused{"", 0, 10, {{3, inetSocket(ESTABLISHED, "127.0.0.1", 1, "127.0.0.1", 2)}}};
     script.processes[10] = refused;
     refused.taskInfoResult = 300; // more than asked for: skipped without a line
     script.processes[11] = refused;
-    script.processes[12].descriptors = {{3, inetSocket(ESTABLISHED, 0xC0A80114, 50123, 0x0A010203, 443)},
-                                        {4, inetSocket(LISTEN, 0, 5061, 0, 0, AF_INET6)},
-                                        {5, inetSocket(0, 0, 53, 0, 0, AF_INET, SOCKINFO_IN)},
-                                        {8, inetSocket(ESTABLISHED, 0x0A000008, 8, 0x0A000009, 9), 400},
-                                        {6, inetSocket(LISTEN, 0x7F000001, 5060, 0, 0)}};
-    script.processes[13].descriptors = {{3, inetSocket(ESTABLISHED, 0x7F000001, 5060, 0x7F000001, 443)}};
+    script.processes[12].descriptors = {
+        {3, inetSocket(ESTABLISHED, "192.168.1.20", 50123, "10.1.2.3", 443)},
+        {4, inetSocket(LISTEN, "::", 5061, "::", 0, AF_INET6, SOCKINFO_TCP, IPPROTO_TCP, INI_IPV4)}, // dual-stack
+        {5, inetSocket(0, "0.0.0.0", 53, "0.0.0.0", 0, AF_INET, SOCKINFO_IN, IPPROTO_UDP)},
+        {7, inetSocket(0, "fe80::1", 5060, "::", 0, AF_INET6, SOCKINFO_IN, IPPROTO_UDP)},
+        {9, inetSocket(ESTABLISHED, "127.0.0.1", 40000, "127.0.0.1", 5061, AF_INET6)}, // met over IPv4
+        {10, inetSocket(0, "0.0.0.0", 0, "0.0.0.0", 0, AF_INET, SOCKINFO_IN, IPPROTO_ICMP)},
+        {11, inetSocket(0, "0.0.0.0", 0, "0.0.0.0", 0, AF_UNIX, 0, 0)},
+        {8, inetSocket(ESTABLISHED, "10.0.0.8", 8, "10.0.0.9", 9), 400},
+        {6, inetSocket(LISTEN, "127.0.0.1", 5060, "0.0.0.0", 0)}};
+    script.processes[13].descriptors = {{3, inetSocket(ESTABLISHED, "127.0.0.1", 5060, "127.0.0.1", 443)}};
 
     EXPECT_EQ(wholeTable(), (std::vector<std::string>{"    TCP 192.168.1.20:50123 --> 10.1.2.3:443 ESTAB, PID 12",
+                                                      "    TCP [::]:5061 --> [::]:0 LISTEN, PID 12",
+                                                      "    UDP 0.0.0.0:53 --> 0.0.0.0:0, PID 12",
+                                                      "    UDP [fe80::1]:5060 --> [::]:0, PID 12",
+                                                      "    TCP 127.0.0.1:40000 --> 127.0.0.1:5061 ESTAB, PID 12",
                                                       "    TCP 127.0.0.1:5060 --> 0.0.0.0:0 LISTEN, PID 12",
                                                       "    TCP 127.0.0.1:5060 --> 127.0.0.1:443 ESTAB, PID 13"}));
     EXPECT_EQ(m_capture.messages(log4cplus::FATAL_LOG_LEVEL),
               (std::vector<std::string>{"proc_listpids() got 10 bytes instead of expected " + std::to_string(sizeof(proc_taskallinfo)) + " bytes"}));
     // Descriptors are listed only for readable processes, with room for exactly their open files.
-    EXPECT_EQ(script.listFdsBufferSizes, (Pids{5 * sizeof(proc_fdinfo), sizeof(proc_fdinfo)}));
+    EXPECT_EQ(script.listFdsBufferSizes, (Pids{9 * sizeof(proc_fdinfo), sizeof(proc_fdinfo)}));
 
+    // TCP only, IPv4 and IPv6 alike.
+    EXPECT_EQ(Hv::Network::findProcessByTcpPorts(53, 0), 0u);
+    EXPECT_EQ(Hv::Network::findProcessByTcpPorts(5061, 0), 12u);
     script.taskInfoPids.clear();
     EXPECT_EQ(Hv::Network::findProcessByTcpPorts(5060, 0), 12u);
     EXPECT_EQ(script.taskInfoPids, (Pids{10, 11, 12}));

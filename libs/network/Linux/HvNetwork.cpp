@@ -1,5 +1,5 @@
-// The TCP table walk on Linux: /proc/net/tcp gives the connections by socket inode, and each
-// process's /proc/PID/fd links ("socket:[inode]") tell which process holds them.
+// The socket table walk on Linux: /proc/net/{tcp,tcp6,udp,udp6} give the sockets by inode, and
+// each process's /proc/PID/fd links ("socket:[inode]") tell which process holds them.
 
 #include "HvNetwork.h"
 #include "HvProcNetTcp.h"
@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 #include <cerrno>
 #include <cstdio>
 #include <vector>
@@ -20,24 +21,34 @@ namespace Hv::Network {
 
 namespace {
 
-// The whole table in one pass; a table that cannot be read is an empty one.
-ProcNetTcp::Table readTcpTable()
+// The kernel's four tables, each in one pass; a table that cannot be read (no IPv6, say) adds
+// nothing.
+ProcNetTcp::Table readTables()
 {
+    static constexpr std::pair<const char*, Protocol> TABLES[] = {
+        {"/proc/net/tcp", Protocol::Tcp},
+        {"/proc/net/tcp6", Protocol::Tcp},
+        {"/proc/net/udp", Protocol::Udp},
+        {"/proc/net/udp6", Protocol::Udp},
+    };
     ProcNetTcp::Table table;
-    const ScopedDescriptor file(::open("/proc/net/tcp", O_RDONLY | O_CLOEXEC));
-    if (file.fd < 0)
-        return table;
-    ProcNetTcp::Parser parser(table);
     char text[1 << 16];
-    for (;;) {
-        const ssize_t got = ::read(file.fd, text, sizeof(text));
-        if (got < 0 && errno == EINTR)
+    for (const auto& [path, protocol] : TABLES) {
+        const ScopedDescriptor file(::open(path, O_RDONLY | O_CLOEXEC));
+        if (file.fd < 0)
             continue;
-        if (got <= 0)
-            break;
-        parser.add(text, static_cast<std::size_t>(got));
+        ProcNetTcp::Parser parser(table, protocol, path);
+        for (;;) {
+            const ssize_t got = ::read(file.fd, text, sizeof(text));
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0)
+                break;
+            parser.add(text, static_cast<std::size_t>(got));
+        }
+        parser.finish();
     }
-    parser.finish();
+    table.index();
     return table;
 }
 
@@ -84,8 +95,8 @@ const char* decimalText(uint32_t value, char* end)
     return end;
 }
 
-// The records of one process, in ascending descriptor order.
-bool readProcessConnections(int procFd, uint32_t pid, const ProcNetTcp::Table& table,
+// The records of one process, in ascending descriptor order; marks the rows it holds.
+bool readProcessConnections(int procFd, uint32_t pid, const ProcNetTcp::Table& table, std::vector<bool>& held,
                             std::vector<uint32_t>& descriptors, std::vector<TcpConnectionInfo>& records)
 {
     records.clear();
@@ -105,11 +116,11 @@ bool readProcessConnections(int procFd, uint32_t pid, const ProcNetTcp::Table& t
         const uint64_t inode = ProcNetTcp::socketInode(link, static_cast<std::size_t>(size));
         if (inode == 0)
             continue;
-        const ProcNetTcp::Row* const row = table.find(inode);
-        if (row == nullptr)
-            continue; // not an IPv4 TCP socket
-        records.emplace_back(pid, row->state, row->state == 4, row->localAddress, row->localPort,
-                             row->remoteAddress, row->remotePort);
+        const std::size_t row = table.find(inode);
+        if (row == ProcNetTcp::Table::NOT_FOUND)
+            continue; // not a TCP or UDP socket
+        held[row] = true;
+        records.push_back(ProcNetTcp::record(pid, table.rows()[row]));
     }
     return true;
 }
@@ -120,7 +131,8 @@ boost::optional<TcpConnectionInfo> searchInTcpTable(const TcpPredicate& predicat
 {
     HV_TRACE_FREE();
 
-    const ProcNetTcp::Table table = readTcpTable();
+    const ProcNetTcp::Table table = readTables();
+    std::vector<bool> held(table.rows().size(), false);
 
     const ScopedDescriptor proc(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (proc.fd < 0)
@@ -131,7 +143,7 @@ boost::optional<TcpConnectionInfo> searchInTcpTable(const TcpPredicate& predicat
     std::vector<uint32_t> descriptors;
     std::vector<TcpConnectionInfo> records;
     for (const uint32_t pid : pids) {
-        if (!readProcessConnections(proc.fd, pid, table, descriptors, records)) {
+        if (!readProcessConnections(proc.fd, pid, table, held, descriptors, records)) {
             HV_LOG_DEBUG(LOG4CPLUS_TEXT("Unable to read descriptors of pid: ") << pid);
             continue;
         }
@@ -139,6 +151,14 @@ boost::optional<TcpConnectionInfo> searchInTcpTable(const TcpPredicate& predicat
             if (predicate(record))
                 return record;
         }
+    }
+    // What no readable process holds: another user's sockets, and the kernel's own rows.
+    for (std::size_t row = 0; row < held.size(); ++row) {
+        if (held[row])
+            continue;
+        const TcpConnectionInfo unowned = ProcNetTcp::record(0, table.rows()[row]);
+        if (predicate(unowned))
+            return unowned;
     }
     return boost::none;
 }

@@ -1,4 +1,5 @@
-// The TCP table walk on macOS: every process's socket descriptors through libproc.
+// The socket table walk on macOS: every readable process's TCP and UDP sockets, IPv4 and IPv6,
+// through libproc. Sockets of processes that the user may not inspect stay unlisted.
 
 #include "HvNetwork.h"
 
@@ -11,6 +12,7 @@
 #include <sys/socket.h>
 
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 namespace Hv::Network {
@@ -19,7 +21,6 @@ namespace {
 
 constexpr int INITIAL_PID_CAPACITY = 50;
 constexpr double PID_CAPACITY_GROWTH = 1.25;
-constexpr uint32_t TCP_STATE_ESTABLISHED = 4;
 
 std::vector<uint32_t> retrieveRunningProcesses()
 {
@@ -74,6 +75,19 @@ std::vector<proc_fdinfo> retrieveOpenedDescriptors(uint32_t pid)
     return descriptors;
 }
 
+// An IPv6 socket that meets an IPv4 peer carries INI_IPV4 alone and the address in ina_46;
+// a dual-stack listener carries both flags and its IPv6 address.
+Address socketAddress(const in_sockinfo& socket, bool local)
+{
+    const auto& address = local ? socket.insi_laddr : socket.insi_faddr;
+    if ((socket.insi_vflag & INI_IPV6) == 0)
+        return ipv4Address(ntohl(address.ina_46.i46a_addr4.s_addr));
+    Address bytes;
+    static_assert(sizeof(address.ina_6) == sizeof(bytes));
+    std::memcpy(bytes.data(), &address.ina_6, sizeof(bytes));
+    return bytes;
+}
+
 std::vector<TcpConnectionInfo> retrieveConnections(uint32_t pid)
 {
     std::vector<TcpConnectionInfo> records;
@@ -84,15 +98,17 @@ std::vector<TcpConnectionInfo> retrieveConnections(uint32_t pid)
         const int size = static_cast<int>(sizeof(socketInfo));
         if (proc_pidfdinfo(static_cast<int>(pid), descriptor.proc_fd, PROC_PIDFDSOCKETINFO, &socketInfo, size) != size)
             continue;
-        if (socketInfo.psi.soi_family != AF_INET || socketInfo.psi.soi_kind != SOCKINFO_TCP)
+        const auto& info = socketInfo.psi;
+        if (info.soi_family != AF_INET && info.soi_family != AF_INET6)
             continue;
-        const tcp_sockinfo& tcp = socketInfo.psi.soi_proto.pri_tcp;
-        const uint32_t state = static_cast<uint32_t>(tcp.tcpsi_state);
-        records.emplace_back(pid, state, state == TCP_STATE_ESTABLISHED,
-                             ntohl(tcp.tcpsi_ini.insi_laddr.ina_46.i46a_addr4.s_addr),
-                             ntohs(static_cast<uint16_t>(tcp.tcpsi_ini.insi_lport)),
-                             ntohl(tcp.tcpsi_ini.insi_faddr.ina_46.i46a_addr4.s_addr),
-                             ntohs(static_cast<uint16_t>(tcp.tcpsi_ini.insi_fport)));
+        const bool tcp = info.soi_kind == SOCKINFO_TCP;
+        if (!tcp && (info.soi_kind != SOCKINFO_IN || info.soi_protocol != IPPROTO_UDP))
+            continue; // raw and other sockets
+        const in_sockinfo& socket = tcp ? info.soi_proto.pri_tcp.tcpsi_ini : info.soi_proto.pri_in;
+        const uint32_t state = tcp ? static_cast<uint32_t>(info.soi_proto.pri_tcp.tcpsi_state) : 0;
+        records.emplace_back(tcp ? Protocol::Tcp : Protocol::Udp, pid, state, socketAddress(socket, true),
+                             ntohs(static_cast<uint16_t>(socket.insi_lport)), socketAddress(socket, false),
+                             ntohs(static_cast<uint16_t>(socket.insi_fport)));
     }
     return records;
 }

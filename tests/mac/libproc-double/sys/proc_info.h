@@ -19,6 +19,9 @@
 #define SOCKINFO_IN 1
 #define SOCKINFO_TCP 2
 
+#define INI_IPV4 0x1
+#define INI_IPV6 0x2
+
 struct proc_taskallinfo {
     struct {
         uid_t pbi_uid;
@@ -32,13 +35,18 @@ struct proc_fdinfo {
     uint32_t proc_fdtype;
 };
 
+struct in4in6_addr {
+    uint32_t i46a_pad32[3];
+    struct in_addr i46a_addr4;
+};
+
 struct in_sockinfo {
     int insi_fport; /* network byte order in the low 16 bits */
     int insi_lport;
-    struct {
-        struct {
-            struct in_addr i46a_addr4;
-        } ina_46;
+    uint8_t insi_vflag; /* INI_IPV4 and/or INI_IPV6 */
+    union {
+        struct in4in6_addr ina_46;
+        struct in6_addr ina_6;
     } insi_faddr, insi_laddr;
 };
 
@@ -49,9 +57,11 @@ struct tcp_sockinfo {
 
 struct socket_fdinfo {
     struct {
+        int soi_protocol;
         int soi_family;
         int soi_kind;
         union {
+            struct in_sockinfo pri_in;
             struct tcp_sockinfo pri_tcp;
         } soi_proto;
     } psi;
