@@ -53,7 +53,7 @@ TEST(Listings, WriteEveryRecordOnALineOfItsOwnAtOnce)
         EXPECT_GE(lines.size(), 2u);
         EXPECT_GE(calls, lines.size());
         for (const std::string& line : lines)
-            EXPECT_TRUE(std::regex_match(line, std::regex("(    TCP | PROCESS ).*, PID \\d+"))) << line;
+            EXPECT_TRUE(std::regex_match(line, std::regex("(    TCP |    UDP | PROCESS ).*, PID \\d+"))) << line;
     }
     for (const int fd : copies)
         close(fd);
