@@ -321,6 +321,7 @@ void Receiver::onConnected(Out::Shared out)
         closeAppStream();
     }
     m_out = std::move(out);
+    m_badFrames = 0;
     trackAppStreamError();
     asyncReadForever();
 }
@@ -355,7 +356,14 @@ void Receiver::asyncReadForever()
             // Once this completion and the stream's queue have let go of the frame.
             boost::asio::post(m_ioContext, [] { Impl::releaseFreeMemory(); });
         }
-        fireOnMessage(appStreamMessage->channelMessage());
+        const ChannelMessage::Shared message = appStreamMessage->channelMessage();
+        // Every frame costs log lines: a client that sends no messages at all goes before long.
+        if (!message && ++m_badFrames == MAX_BAD_FRAMES) {
+            HV_LOG_WARN("Closing the client of named pipe in " << m_name << ": " << MAX_BAD_FRAMES << " frames were no channel messages");
+            closeAppStream();
+            return;
+        }
+        fireOnMessage(message);
         asyncReadForever();
     });
 }

@@ -68,6 +68,8 @@ public:
 
     // A client that stops for longer in the middle of a frame is closed.
     static constexpr std::chrono::seconds STALLED_FRAME_TIMEOUT{5};
+    // A client is closed at its this many frames that are no channel messages.
+    static constexpr int MAX_BAD_FRAMES = 10;
 
 private:
     using Acceptor = boost::asio::local::stream_protocol::acceptor;
@@ -112,6 +114,8 @@ private:
     AppStream::Message::Shared m_frame;
     std::size_t m_frameLength = 0;
     Clock::time_point m_frameChanged;
+    // Frames of the current client that were no channel messages.
+    int m_badFrames = 0;
 };
 
 class Sender : public std::enable_shared_from_this<Sender> {

@@ -188,7 +188,9 @@ class Tray:
                                                   stderr=subprocess.STDOUT, env=self.env)
 
     def socket_path(self):
-        return os.path.join(self.env["XDG_RUNTIME_DIR"] or self.env["TMPDIR"], "halvophone-tray-local-channel")
+        # Without a runtime folder: the user's private folder in the temporary one.
+        folder = self.env["XDG_RUNTIME_DIR"] or os.path.join(self.env["TMPDIR"], "halvophone-%d" % os.geteuid())
+        return os.path.join(folder, "halvophone-tray-local-channel")
 
     def log_lines(self, level, text):
         # Lines at `level` ("[WARN ] ..." in the file) with `text`: the active file and the packed parts.
@@ -435,6 +437,101 @@ class ReportE2E(Harness):
         self.click_report(tray)
         wait_for(lambda: len(self.watcher.calls) > 1, "the notification", timeout=30)
         self.assertEqual(self.watcher.calls[1:], [("Notify", "Logs saved to", self.take_archive(downloads))])
+
+class HostileClientE2E(Harness):
+    # Local clients of the tray's own user that hold the socket, stop halfway, declare huge frames
+    # or send floods: none keeps the service's status out, holds memory or fills the disk.
+    def log_size(self, tray):
+        return sum(os.path.getsize(p) for p in glob.glob(tray.logs + "/**", recursive=True) if os.path.isfile(p))
+
+    def test_stuck_and_half_frame_clients_do_not_keep_the_service_out_and_idle_is_silent(self):
+        tray = self.start()
+        # One connected and silent, one stopped in the middle of a frame; both stay.
+        stuck, half = connect(tray.socket_path()), connect(tray.socket_path())
+        for client in (stuck, half):
+            self.addCleanup(client.close)
+        half.sendall(frame(CONNECTED)[:9])
+        started = time.monotonic()
+        tray.peer("--status", "Connected,Success")
+        self.wait_tool_tip(tray.item, "Connected")
+        self.assertLess(time.monotonic() - started, 3)
+        # Half a frame from the client being served: let go once 5 s have passed without a byte.
+        with connect(tray.socket_path()) as half:
+            half.sendall(frame(CONNECTED)[:9])
+            half.settimeout(10)
+            started = time.monotonic()
+            self.assertEqual(half.recv(1), b"")
+            self.assertGreater(time.monotonic() - started, 4.5)
+        self.assertEqual(len(tray.log_lines("WARN", "in the middle of a frame")), 1)
+        tray.peer("--status", "Waiting,Socket")
+        self.wait_tool_tip(tray.item, "Error: Port busy")
+        # Idle: not one line in 30 s.
+        pump(1)
+        size = self.log_size(tray)
+        pump(30)
+        print("idle log growth over 30 s: %d bytes" % (self.log_size(tray) - size), file=sys.stderr)
+        self.assertEqual(self.log_size(tray), size)
+
+    def test_huge_lengths_and_floods_cost_neither_memory_nor_disk(self):
+        tray = self.start()
+        tray.peer("--status", "Connected,Success")
+        self.wait_tool_tip(tray.item, "Connected")
+        pump(1)
+        idle, size = resident_kib(tray.process.pid), self.log_size(tray)
+
+        def send(data, level, text, count):
+            # One client that sends `data` and goes, and the line that its frame leaves.
+            with connect(tray.socket_path()) as client:
+                try:
+                    client.sendall(data)
+                except (BrokenPipeError, ConnectionResetError):
+                    pass  # let go before the end
+            wait_for(lambda: len(tray.log_lines(level, text)) >= count, text, timeout=30)
+
+        # Declared lengths of 64 and 16 MiB with 10 bytes behind them, and a whole 8 MiB frame
+        # that is no channel message.
+        for number, length in enumerate((64 << 20, 16 << 20, 16 << 20, 16 << 20)):
+            send(length.to_bytes(4, "little") + b"0123456789", "ERROR", "Error while reading message in tray", number + 1)
+        send(frame(b"x" * (8 << 20)), "WARN", "Cannot parse buffer as channel message", 1)
+        pump(1)
+        resident, logged = resident_kib(tray.process.pid) - idle, self.log_size(tray) - size
+        print("after the large frames: VmRSS %+d KiB from %d KiB idle; log %d bytes" % (resident, idle, logged), file=sys.stderr)
+        self.assertLess(resident, 5 * 1024)
+        self.assertLess(logged, 100 * 1024)
+        self.assertLess(max(len(line) for line in tray.log_lines("ERROR", "") + tray.log_lines("WARN", "")), 8 * 1024)
+
+        # Five thousand one-byte frames: the client goes at the tenth.
+        size = self.log_size(tray)
+        send(frame(b"x") * 5000, "WARN", "10 frames were no channel messages", 1)
+        pump(0.5)
+        logged = self.log_size(tray) - size
+        print("5000 one-byte frames: log %d bytes" % logged, file=sys.stderr)
+        self.assertLess(logged, 200 * 1024)
+        tray.peer("--status", "Waiting,Socket")
+        self.wait_tool_tip(tray.item, "Error: Port busy")
+
+    def test_second_tray_of_the_user_waits_for_the_first(self):
+        first = self.start()
+        second = self.spawn({"XDG_RUNTIME_DIR": first.runtime})
+        second.item = self.item()
+        self.wait_tool_tip(second.item, "Waiting")
+        waiting = lambda: second.log_lines("WARN", "(pid %d) is listening on named pipe in tray" % first.process.pid)
+        wait_for(waiting, "the WARN line")
+        # The first serves on, the second says nothing more.
+        deadline, statuses = time.monotonic() + 10, [("Connected,Success", "Connected"), ("Waiting,Socket", "Error: Port busy")]
+        while time.monotonic() < deadline:
+            status, second_line = statuses[int(time.monotonic()) % 2]
+            first.peer("--status", status)
+            self.wait_tool_tip(first.item, second_line)
+        self.assertEqual(len(waiting()), 1)
+        self.wait_tool_tip(second.item, "Waiting")
+        first.process.stdin.close()
+        self.assertEqual(first.process.wait(timeout=10), 0)
+        started = time.monotonic()
+        second.peer("--status", "Connected,Success")
+        self.wait_tool_tip(second.item, "Connected")
+        self.assertLess(time.monotonic() - started, 2.5)
+
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()

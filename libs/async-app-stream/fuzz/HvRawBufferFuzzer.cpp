@@ -1,5 +1,5 @@
 // Dumps arbitrary bytes. Every line starts with a line break, holds at most 16 bytes, and its
-// character column starts at the same offset.
+// character column starts at the same offset. A dump for a log line shows the first bytes only.
 
 #include "HvAsyncAppStreamBuffer.h"
 
@@ -11,12 +11,21 @@
 #include <string>
 #include <vector>
 
+namespace {
+
+log4cplus::tstring dump(std::vector<char>& bytes, std::size_t size)
+{
+    log4cplus::tostringstream stream;
+    Hv::Async::AppStream::operator<<(stream, boost::asio::mutable_buffers_1(bytes.data(), size));
+    return stream.str();
+}
+
+} // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     std::vector<char> bytes(data, data + size);
-    log4cplus::tostringstream stream;
-    Hv::Async::AppStream::operator<<(stream, boost::asio::mutable_buffers_1(bytes.data(), bytes.size()));
-    const log4cplus::tstring text = stream.str();
+    const log4cplus::tstring text = dump(bytes, size);
 
     // "\n" + 51-character hex column + 4 spaces, then one character per byte.
     constexpr std::size_t CHARACTERS = 56;
@@ -34,6 +43,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         start = end;
     }
     if (dumped != size || lines != (size + 15) / 16)
+        std::abort();
+
+    // For a log line: the dump of the first bytes, and the size when there are more.
+    constexpr std::size_t LOGGED = Hv::Async::AppStream::RawBytes::LOGGED_BYTES;
+    log4cplus::tostringstream logged;
+    logged << Hv::Async::AppStream::RawBytes{boost::asio::mutable_buffers_1(bytes.data(), size)};
+    const log4cplus::tstring expected = size <= LOGGED
+        ? text : dump(bytes, LOGGED) + LOG4CPLUS_TEXT("\n... ") + LOG4CPLUS_C_STR_TO_TSTRING(std::to_string(size)) + LOG4CPLUS_TEXT(" bytes in all");
+    if (logged.str() != expected)
         std::abort();
     return 0;
 }
