@@ -2,9 +2,18 @@
 
 #include "HvTrace.h"
 
+#include <algorithm>
+
 namespace Hv::Async::AppStream {
 
 const std::uint32_t Buffer::MAX_LENGTH = 1024;
+
+namespace {
+
+// The most a payload is grown by before its bytes are there.
+constexpr std::size_t PIECE_LENGTH = 64 * 1024;
+
+} // namespace
 
 Buffer::Buffer()
     : m_length(0)
@@ -38,6 +47,8 @@ Buffer::PayloadBuffer Buffer::messageBuffer()
         m_data.shrink_to_fit();
         return boost::asio::dynamic_buffer(m_data, 0);
     }
+    // Room for a small frame to arrive in one read; a large one grows piece by piece.
+    m_data.reserve(std::min<std::size_t>(m_length, PIECE_LENGTH));
     return boost::asio::dynamic_buffer(m_data, m_length);
 }
 

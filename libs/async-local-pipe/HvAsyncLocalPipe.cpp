@@ -374,10 +374,12 @@ void Receiver::fireOnMessage(const ChannelMessage::Shared& message)
         HV_TRACE(message);
         return;
     }
-    // Bodies and channels are the client's to choose: the log shows the start of them.
-    const std::string channel = AppStream::logExcerpt(Util::serializeChannel(message->channel()));
-    const std::string body = bodyForLog(message->message());
-    HV_TRACE(message, channel, body);
+    if (SimpleLogger::isEnabled()) {
+        // Bodies and channels are the client's to choose: the log shows the start of them.
+        const std::string channel = AppStream::logExcerpt(Util::serializeChannel(message->channel()));
+        const std::string body = bodyForLog(message->message());
+        HV_TRACE(message, channel, body);
+    }
     if (m_onMessage)
         m_onMessage(message);
 }
@@ -505,9 +507,11 @@ void Sender::sendMessage(const ChannelMessage::Shared& message, Callback onWritt
         HV_TRACE(m_in, message);
         return;
     }
-    const std::string channel = AppStream::logExcerpt(Util::serializeChannel(message->channel()));
-    const std::string body = bodyForLog(message->message());
-    HV_TRACE(m_in, message, channel, body);
+    if (SimpleLogger::isEnabled()) {
+        const std::string channel = AppStream::logExcerpt(Util::serializeChannel(message->channel()));
+        const std::string body = bodyForLog(message->message());
+        HV_TRACE(m_in, message, channel, body);
+    }
     if (!m_in)
         return;
     auto appStreamMessage = std::make_shared<AppStream::Message>(message);
