@@ -34,6 +34,23 @@ inline std::string streamName(StreamType type, const std::string& suffix)
 
 namespace Hv::Async::AppStream {
 
+namespace Detail {
+
+// Reads all it is given, like boost::asio::transfer_all, and notes on the frame how many of its
+// bytes have arrived after every piece.
+struct CountArrivals {
+    Buffer* frame;
+    std::size_t before;
+
+    std::size_t operator()(const boost::system::error_code& error, std::size_t transferred) const
+    {
+        frame->setReceivedLength(before + transferred);
+        return boost::asio::transfer_all()(error, transferred);
+    }
+};
+
+} // namespace Detail
+
 template <typename STREAM>
 Base<STREAM>::Base(STREAM&& stream, const std::string& name)
     : m_stream(std::move(stream))
@@ -66,7 +83,8 @@ void Base<STREAM>::asyncRead(Buffer::Shared buffer, Callback callback)
         buffer,
         [this](Buffer::Shared buffer, OperationCallback completion) {
             HV_TRACE(this->name(), buffer);
-            boost::asio::async_read(m_stream, buffer->lengthBuffer(), std::move(completion));
+            boost::asio::async_read(m_stream, buffer->lengthBuffer(), Detail::CountArrivals{buffer.get(), 0},
+                                    std::move(completion));
         },
         // The queue calls a completion only while it holds the buffer: a plain pointer suffices
         // and keeps the callback small enough to need no allocation of its own.
@@ -81,12 +99,15 @@ void Base<STREAM>::asyncRead(Buffer::Shared buffer, Callback callback)
         std::move(buffer),
         [this](Buffer::Shared buffer, OperationCallback completion) {
             HV_TRACE(this->name(), buffer);
-            boost::asio::async_read(m_stream, buffer->messageBuffer(), std::move(completion));
+            // In pieces of at most 64 KiB, into a payload that grows with them.
+            boost::asio::async_read(m_stream, buffer->messageBuffer(),
+                                    Detail::CountArrivals{buffer.get(), buffer->lengthBuffer().size()},
+                                    std::move(completion));
         },
         [this, buffer = frame, callback = std::move(callback)](const boost::system::error_code& error, unsigned long length) {
             HV_TRACE(this->name(), error, length);
             if (error) {
-                HV_LOG_ERROR("Error while reading message in " << this->name() << RawBytes{buffer->messageBuffer()});
+                HV_LOG_ERROR("Error while reading message in " << this->name() << RawBytes{buffer->payload()});
                 handleError();
                 return;
             }

@@ -1,12 +1,17 @@
 #include "HvAsyncLocalPipe.h"
 
 #include "HvAsyncAppStreamMessage.h"
+#include "HvChannelMessageUtil.h"
 #include "HvAsyncLocalPipeImpl.h"
 #include "HvPlatform.h"
 #include "HvTrace.h"
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
+#include <boost/asio/post.hpp>
+
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,11 +25,49 @@ namespace {
 
 using Endpoint = boost::asio::local::stream_protocol::endpoint;
 
+// After a frame this big, the memory it took is given back at once.
+constexpr std::size_t LARGE_FRAME = 1024 * 1024;
+
+bool isSameFile(const boost::filesystem::path& path, std::pair<dev_t, ino_t> file)
+{
+    struct stat current{};
+    return ::stat(path.c_str(), &current) == 0 && std::make_pair(current.st_dev, current.st_ino) == file;
+}
+
+boost::filesystem::path lockPath(const boost::filesystem::path& socket)
+{
+    return socket.string() + ".lock";
+}
+
+// The holder's pid as it wrote it into the lock file; empty when there is none yet.
+std::string lockHolder(int lock)
+{
+    char text[16] = {};
+    const ssize_t size = ::pread(lock, text, sizeof(text) - 1, 0);
+    std::string pid(text, size > 0 ? static_cast<std::size_t>(size) : 0);
+    return pid.find_first_not_of("0123456789") == std::string::npos ? pid : std::string();
+}
+
+// The start of a message body for a log line, its secrets masked even where the cut falls into one.
+std::string bodyForLog(const std::string& body)
+{
+    if (body.size() <= AppStream::RawBytes::LOGGED_BYTES)
+        return hideSecretInfo(body);
+    // A closing quote ends a secret that the cut falls into, so that it is masked too; the masked
+    // text ends with that quote whatever it matched.
+    std::string start = hideSecretInfo(body.substr(0, AppStream::RawBytes::LOGGED_BYTES) + '"');
+    start.pop_back();
+    return start + "... (" + std::to_string(body.size()) + " bytes in all)";
+}
+
 } // namespace
 
-boost::filesystem::path socketPath(const std::string& name)
+boost::filesystem::path socketPath(const std::string& name, std::string* problem)
 {
-    return Impl::socketDirectory() / ("halvophone-" + name + "-local-channel");
+    Impl::SocketFolder folder = Impl::socketDirectory();
+    if (problem != nullptr)
+        *problem = std::move(folder.problem);
+    return folder.path / ("halvophone-" + name + "-local-channel");
 }
 
 // Receiver
@@ -33,13 +76,14 @@ Receiver::Shared Receiver::create(boost::asio::io_context& ioContext, const std:
 {
     auto receiver = std::make_shared<Receiver>(Token(), ioContext, name);
     receiver->asyncWaitConnection();
+    receiver->watch();
     return receiver;
 }
 
 Receiver::Receiver(Token, boost::asio::io_context& ioContext, const std::string& name)
     : m_ioContext(ioContext)
     , m_name(name)
-    , m_listenTimer(ioContext)
+    , m_watchTimer(ioContext)
 {
     const std::string& channel = name;
     HV_TRACE(channel);
@@ -48,12 +92,13 @@ Receiver::Receiver(Token, boost::asio::io_context& ioContext, const std::string&
 Receiver::~Receiver()
 {
     close();
-    // No socket file left for clients to connect to in vain; only the one this receiver bound.
-    const boost::filesystem::path path = socketPath(m_name);
-    struct stat current{};
-    if (m_socketFile != decltype(m_socketFile){} && ::stat(path.c_str(), &current) == 0 &&
-        std::make_pair(current.st_dev, current.st_ino) == m_socketFile)
-        ::unlink(path.c_str());
+    // No socket file left for clients to connect to in vain: only the one this receiver bound, and
+    // only while it holds the lock, so that a successor's file stays.
+    if (m_lock >= 0) {
+        if (isSameFile(m_path, m_socketFile))
+            ::unlink(m_path.c_str());
+        ::close(m_lock);
+    }
 }
 
 void Receiver::onMessage(Callback callback)
@@ -71,40 +116,97 @@ void Receiver::close()
 void Receiver::asyncWaitConnection()
 {
     HV_TRACE();
-    const boost::filesystem::path path = socketPath(m_name);
-    std::shared_ptr<Acceptor> acceptor;
+    tryListening();
+}
+
+void Receiver::tryListening()
+{
+    boost::system::error_code ignored;
+    if (m_acceptor)
+        m_acceptor->close(ignored);
+    m_acceptor.reset();
+
+    std::string problem;
+    const boost::filesystem::path path = socketPath(m_name, &problem);
+    if (!problem.empty()) {
+        notListening(log4cplus::ERROR_LOG_LEVEL, problem, "Unable to listen on named pipe in " + m_name + " at " + path.string() + ": " + problem);
+        return;
+    }
+    if (!holdLock(path, problem)) {
+        if (!problem.empty())
+            notListening(log4cplus::ERROR_LOG_LEVEL, problem, "Unable to listen on named pipe in " + m_name + " at " + path.string() + ": " + problem);
+        return;
+    }
     try {
-        acceptor = listen(path);
+        m_acceptor = listen(path);
     } catch (const boost::system::system_error& failure) {
-        // Logged once while the reason lasts: the retries go on for as long as it does.
-        const std::string reason = failure.what();
-        if (reason != m_listenError) {
-            HV_LOG_ERROR("Unable to listen on named pipe in " << m_name << " at " << path << ": " << reason
-                         << "; trying again every second");
-        }
-        m_listenError = reason;
-        watchListening();
+        notListening(log4cplus::ERROR_LOG_LEVEL, failure.what(),
+                     "Unable to listen on named pipe in " + m_name + " at " + path.string() + ": " + failure.what());
         return;
     }
     if (!m_listenError.empty()) {
         HV_LOG_INFO("Listening on named pipe in " << m_name << " again");
         m_listenError.clear();
     }
-    m_acceptor = acceptor;
+    m_path = path;
+    ++m_listener;
+    asyncAccept();
+}
 
-    // The handler holds the acceptor: the listening socket closes once one client is accepted.
-    auto socket = std::make_shared<Socket>(m_ioContext);
-    acceptor->async_accept(*socket, [weakReceiver = weak_from_this(), acceptor, socket](const boost::system::error_code& error) {
-        if (const Shared receiver = weakReceiver.lock())
-            receiver->onAccepted(error, *socket);
-    });
-    watchListening();
+void Receiver::notListening(log4cplus::LogLevel level, const std::string& reason, const std::string& text)
+{
+    // Logged once while the reason lasts: the retries go on for as long as it does.
+    if (reason != m_listenError)
+        HV_LOG_AT(level, text << "; trying again every second");
+    m_listenError = reason;
+}
+
+bool Receiver::holdLock(const boost::filesystem::path& path, std::string& problem)
+{
+    const boost::filesystem::path lock = lockPath(path);
+    if (m_lock >= 0) {
+        if (isSameFile(lock, m_lockFile))
+            return true;
+        // Removed with its folder: whoever locks the new file is the one receiver now.
+        ::close(m_lock);
+        m_lock = -1;
+    }
+    const int file = ::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+    if (file < 0) {
+        problem = "the lock file " + lock.string() + " cannot be opened: " + std::strerror(errno);
+        return false;
+    }
+    // The kernel drops the lock with the holder's last descriptor, however it ends.
+    if (::flock(file, LOCK_EX | LOCK_NB) != 0) {
+        const int error = errno;
+        const std::string holder = lockHolder(file);
+        ::close(file);
+        if (error != EWOULDBLOCK) {
+            problem = "the lock file " + lock.string() + " cannot be locked: " + std::strerror(error);
+            return false;
+        }
+        // One line for as long as the other one listens, whichever pid it names.
+        if (m_listenError != "locked")
+            HV_LOG_WARN("Another process of this user" << (holder.empty() ? std::string() : " (pid " + holder + ")")
+                        << " is listening on named pipe in " << m_name << "; trying again every second");
+        m_listenError = "locked";
+        return false;
+    }
+    const std::string pid = std::to_string(::getpid());
+    if (::ftruncate(file, 0) != 0 || ::pwrite(file, pid.data(), pid.size(), 0) != static_cast<ssize_t>(pid.size()))
+        HV_LOG_WARN("Error " << std::strerror(errno) << " on writing the lock file of named pipe in " << m_name);
+    struct stat held{};
+    ::fstat(file, &held);
+    m_lockFile = {held.st_dev, held.st_ino};
+    m_lock = file;
+    return true;
 }
 
 std::shared_ptr<Receiver::Acceptor> Receiver::listen(const boost::filesystem::path& path)
 {
     const Endpoint endpoint(path.string());
-    // A socket file left by an earlier run would make bind fail.
+    // A socket file left by an earlier run would make bind fail. Only the lock's holder gets
+    // here, so it is never the socket of a receiver that still listens.
     ::unlink(path.c_str());
 
     auto acceptor = std::make_shared<Acceptor>(m_ioContext);
@@ -121,46 +223,76 @@ std::shared_ptr<Receiver::Acceptor> Receiver::listen(const boost::filesystem::pa
     return acceptor;
 }
 
-void Receiver::watchListening()
+void Receiver::asyncAccept()
 {
-    m_listenTimer.expires_after(std::chrono::seconds(1));
-    m_listenTimer.async_wait([weakReceiver = weak_from_this()](const boost::system::error_code& error) {
-        const Shared receiver = weakReceiver.lock();
-        if (!receiver || error)
-            return;
-        HV_TRACE_FREE(error);
-        if (!receiver->m_listenError.empty()) {
-            receiver->asyncWaitConnection();
-            return;
-        }
-        const std::shared_ptr<Acceptor> acceptor = receiver->m_acceptor.lock();
-        // A client is connected: there is no listener to watch until it goes.
-        if (!acceptor || !acceptor->is_open())
-            return;
-        const boost::filesystem::path path = socketPath(receiver->m_name);
-        struct stat current{};
-        if (::stat(path.c_str(), &current) == 0 && std::make_pair(current.st_dev, current.st_ino) == receiver->m_socketFile) {
-            receiver->watchListening();
-            return;
-        }
-        HV_LOG_WARN("The socket file of named pipe in " << receiver->m_name << " is gone; listening again");
-        // The pending accept ends with an error, which makes the receiver listen anew.
-        boost::system::error_code ignored;
-        acceptor->close(ignored);
+    auto socket = std::make_shared<Socket>(m_ioContext);
+    m_acceptor->async_accept(*socket, [weakReceiver = weak_from_this(), socket, listener = m_listener](const boost::system::error_code& error) {
+        if (const Shared receiver = weakReceiver.lock())
+            receiver->onAccepted(error, *socket, listener);
     });
 }
 
-void Receiver::onAccepted(const boost::system::error_code& error, Socket& socket)
+void Receiver::watch()
 {
-    HV_TRACE(error);
-    if (error) {
-        onConnected(nullptr);
+    m_watchTimer.expires_after(std::chrono::seconds(1));
+    m_watchTimer.async_wait([weakReceiver = weak_from_this()](const boost::system::error_code& error) {
+        const Shared receiver = weakReceiver.lock();
+        if (!receiver || error)
+            return;
+        receiver->checkListening();
+        receiver->checkStalledFrame();
+        receiver->watch();
+    });
+}
+
+void Receiver::checkListening()
+{
+    if (!m_acceptor) {
+        tryListening();
         return;
     }
+    if (isSameFile(m_path, m_socketFile) && isSameFile(lockPath(m_path), m_lockFile))
+        return;
+    HV_LOG_WARN("The socket file of named pipe in " << m_name << " is gone; listening again");
+    tryListening();
+}
+
+void Receiver::checkStalledFrame()
+{
+    if (!m_out || !m_frame)
+        return;
+    const std::size_t length = m_frame->receivedLength();
+    const Clock::time_point now = Clock::now();
+    if (length == 0 || length != m_frameLength) {
+        m_frameLength = length;
+        m_frameChanged = now;
+        return;
+    }
+    if (now - m_frameChanged <= STALLED_FRAME_TIMEOUT)
+        return;
+    HV_LOG_WARN("Closing the client of named pipe in " << m_name << ": nothing came for "
+                << STALLED_FRAME_TIMEOUT.count() << " s in the middle of a frame");
+    closeAppStream();
+}
+
+void Receiver::onAccepted(const boost::system::error_code& error, Socket& socket, std::uint64_t listener)
+{
+    HV_TRACE(error);
+    // A listener given up since (its socket file was lost) ends its accept with an error.
+    if (listener != m_listener || !m_acceptor)
+        return;
+    if (error) {
+        // Such as too many open files: a new listener at the next second.
+        notListening(log4cplus::ERROR_LOG_LEVEL, error.message(), "Unable to accept on named pipe in " + m_name + ": " + error.message());
+        boost::system::error_code ignored;
+        m_acceptor->close(ignored);
+        m_acceptor.reset();
+        return;
+    }
+    asyncAccept();
     if (!isPeerAllowed(socket)) {
         boost::system::error_code ignored;
         socket.close(ignored);
-        asyncWaitConnection();
         return;
     }
     onConnected(std::make_shared<Out>(std::move(socket), m_name));
@@ -187,7 +319,13 @@ void Receiver::onConnected(Out::Shared out)
         asyncWaitConnection();
         return;
     }
+    if (m_out) {
+        // The service reconnects when it restarts; a client that lingers must not keep it out.
+        HV_LOG_INFO("A new client replaces the client of named pipe in " << m_name);
+        closeAppStream();
+    }
     m_out = std::move(out);
+    m_badFrames = 0;
     trackAppStreamError();
     asyncReadForever();
 }
@@ -195,11 +333,11 @@ void Receiver::onConnected(Out::Shared out)
 void Receiver::trackAppStreamError()
 {
     HV_TRACE(m_out);
-    m_out->onError([weakReceiver = weak_from_this()] {
-        if (const Shared receiver = weakReceiver.lock()) {
+    m_out->onError([weakReceiver = weak_from_this(), weakOut = std::weak_ptr<Out>(m_out)] {
+        const Shared receiver = weakReceiver.lock();
+        // Only the current client's end is the receiver's business; it listens all along.
+        if (receiver && receiver->m_out && receiver->m_out == weakOut.lock())
             receiver->closeAppStream();
-            receiver->asyncWaitConnection();
-        }
     });
 }
 
@@ -210,12 +348,26 @@ void Receiver::asyncReadForever()
     if (!m_out)
         return;
     auto appStreamMessage = std::make_shared<AppStream::Message>();
-    m_out->asyncRead(appStreamMessage, [this, weakReceiver = weak_from_this(), appStreamMessage] {
+    m_frame = appStreamMessage;
+    m_frameLength = 0;
+    m_out->asyncRead(appStreamMessage, [this, weakReceiver = weak_from_this(), frame = std::weak_ptr<AppStream::Message>(appStreamMessage)] {
         const Shared receiver = weakReceiver.lock();
-        if (!receiver)
+        const AppStream::Message::Shared appStreamMessage = frame.lock();
+        if (!receiver || !appStreamMessage)
             return;
         HV_TRACE(appStreamMessage);
-        fireOnMessage(appStreamMessage->channelMessage());
+        if (appStreamMessage->length() >= LARGE_FRAME) {
+            // Once this completion and the stream's queue have let go of the frame.
+            boost::asio::post(m_ioContext, [] { Impl::releaseFreeMemory(); });
+        }
+        const ChannelMessage::Shared message = appStreamMessage->channelMessage();
+        // Every frame costs log lines: a client that sends no messages at all goes before long.
+        if (!message && ++m_badFrames == MAX_BAD_FRAMES) {
+            HV_LOG_WARN("Closing the client of named pipe in " << m_name << ": " << MAX_BAD_FRAMES << " frames were no channel messages");
+            closeAppStream();
+            return;
+        }
+        fireOnMessage(message);
         asyncReadForever();
     });
 }
@@ -226,7 +378,12 @@ void Receiver::fireOnMessage(const ChannelMessage::Shared& message)
         HV_TRACE(message);
         return;
     }
-    HV_TRACE(message, message->channel(), hideSecretInfo(message->message()));
+    if (SimpleLogger::isEnabled()) {
+        // Bodies and channels are the client's to choose: the log shows the start of them.
+        const std::string channel = AppStream::logExcerpt(Util::serializeChannel(message->channel()));
+        const std::string body = bodyForLog(message->message());
+        HV_TRACE(message, channel, body);
+    }
     if (m_onMessage)
         m_onMessage(message);
 }
@@ -234,6 +391,9 @@ void Receiver::fireOnMessage(const ChannelMessage::Shared& message)
 void Receiver::closeAppStream()
 {
     HV_TRACE(m_out);
+    if (m_frame && m_frame->receivedLength() >= LARGE_FRAME)
+        boost::asio::post(m_ioContext, [] { Impl::releaseFreeMemory(); });
+    m_frame.reset();
     if (!m_out)
         return;
     m_out->close();
@@ -287,8 +447,15 @@ Sender::In::Shared Sender::getAppStream()
     HV_TRACE();
     Socket socket(m_ioContext);
     boost::system::error_code error;
+    std::string problem;
+    const boost::filesystem::path path = socketPath(m_name, &problem);
+    if (!problem.empty()) {
+        // Whatever listens in a folder that is not safely this user's is nobody to talk to.
+        HV_LOG_WARN("Error " << problem << " on connecting to named pipe in " << m_name);
+        return nullptr;
+    }
     try {
-        const Endpoint endpoint(socketPath(m_name).string());
+        const Endpoint endpoint(path.string());
         socket.open(endpoint.protocol(), error);
         if (!error)
             socket.connect(endpoint, error);
@@ -344,7 +511,11 @@ void Sender::sendMessage(const ChannelMessage::Shared& message, Callback onWritt
         HV_TRACE(m_in, message);
         return;
     }
-    HV_TRACE(m_in, message, message->channel(), hideSecretInfo(message->message()));
+    if (SimpleLogger::isEnabled()) {
+        const std::string channel = AppStream::logExcerpt(Util::serializeChannel(message->channel()));
+        const std::string body = bodyForLog(message->message());
+        HV_TRACE(m_in, message, channel, body);
+    }
     if (!m_in)
         return;
     auto appStreamMessage = std::make_shared<AppStream::Message>(message);

@@ -80,8 +80,13 @@ ChannelMessage::Shared channelMessageFromBuffer(const BufferSequence& buffer)
         isValid = Detail::splitEncoding(boost::asio::buffers_begin(buffer), boost::asio::buffers_end(buffer), channel, message);
     }
     if (!isValid) {
+        // The bytes are a peer's: their start is enough to recognise them.
+        constexpr std::size_t SHOWN = 256;
+        const std::size_t size = boost::asio::buffer_size(buffer);
+        const auto first = boost::asio::buffers_begin(buffer);
         HV_LOG_WARN("Cannot parse buffer as channel message: "
-                    << std::string(boost::asio::buffers_begin(buffer), boost::asio::buffers_end(buffer)));
+                    << std::string(first, first + static_cast<std::ptrdiff_t>(std::min(size, SHOWN)))
+                    << (size > SHOWN ? "... (" + std::to_string(size) + " bytes in all)" : std::string()));
         return nullptr;
     }
     return std::make_shared<ChannelMessage>(std::move(channel), std::move(message));

@@ -14,6 +14,7 @@
 #include <log4cplus/tstring.h>
 #include <log4cplus/streams.h>
 
+#include <cstddef>
 #include <iterator>
 #include <memory>
 #include <ostream>
@@ -161,6 +162,23 @@ void writeArguments(log4cplus::tostream& os, const Named<First>& first, const Re
      ...);
 }
 
+// Longest text of one line: values that come from outside (a peer's channel, say) cannot make a
+// line big.
+inline constexpr std::size_t MAX_LINE_LENGTH = 7 * 1024;
+
+inline log4cplus::tstring bounded(log4cplus::tstring text)
+{
+    if (text.size() > MAX_LINE_LENGTH) {
+        const std::size_t size = text.size();
+        text.resize(MAX_LINE_LENGTH);
+        text += LOG4CPLUS_TEXT("... (");
+        for (char digit : std::to_string(size))
+            text += static_cast<log4cplus::tchar>(digit);
+        text += LOG4CPLUS_TEXT(" characters in all)");
+    }
+    return text;
+}
+
 } // namespace Hv::Log
 
 // HV_FOR_EACH(m, a, b, c) expands to m(a), m(b), m(c).
@@ -183,7 +201,7 @@ void writeArguments(log4cplus::tostream& os, const Named<First>& first, const Re
             if (hvLogger_.isEnabledFor(level)) {                                                       \
                 ::Hv::Log::Line hvText_;                                                               \
                 hvText_ << __VA_ARGS__;                                                                \
-                hvLogger_.forcedLog(level, hvText_.str(), __FILE__, __LINE__, LOG4CPLUS_MACRO_FUNCTION()); \
+                hvLogger_.forcedLog(level, ::Hv::Log::bounded(hvText_.str()), __FILE__, __LINE__, LOG4CPLUS_MACRO_FUNCTION()); \
             }                                                                                          \
         }                                                                                              \
     } while (false)

@@ -188,7 +188,9 @@ class Tray:
                                                   stderr=subprocess.STDOUT, env=self.env)
 
     def socket_path(self):
-        return os.path.join(self.env["XDG_RUNTIME_DIR"] or self.env["TMPDIR"], "halvophone-tray-local-channel")
+        # Without a runtime folder: the user's private folder in the temporary one.
+        folder = self.env["XDG_RUNTIME_DIR"] or os.path.join(self.env["TMPDIR"], "halvophone-%d" % os.geteuid())
+        return os.path.join(folder, "halvophone-tray-local-channel")
 
     def log_lines(self, level, text):
         # Lines at `level` ("[WARN ] ..." in the file) with `text`: the active file and the packed parts.
@@ -615,6 +617,75 @@ class EnvironmentE2E(Harness):
                 self.assertEqual(tray.process.wait(timeout=10), 0)
                 self.assertEqual(len(tray.log_lines("INFO", "tray application has been stopped")), 1)
                 self.assertEqual((tray.active_log_files(), os.path.exists(tray.socket_path())), ([], False))
+
+
+class HostileClientE2E(Harness):
+    # Local clients of the tray's own user that hold the socket, stop halfway, declare huge frames
+    # or send floods: none keeps the service's status out, holds memory or fills the disk.
+    def log_size(self, tray):
+        return sum(os.path.getsize(p) for p in glob.glob(tray.logs + "/**", recursive=True) if os.path.isfile(p))
+
+    def test_hostile_clients_cost_no_status_memory_or_disk_and_idle_is_silent(self):
+        tray = self.start()
+        # One connected and silent, one stopped in the middle of a frame; both stay.
+        stuck, half = connect(tray.socket_path()), connect(tray.socket_path())
+        for client in (stuck, half):
+            self.addCleanup(client.close)
+        half.sendall(frame(CONNECTED)[:9])
+        # Promptly: within the few seconds that the tool tip is waited for.
+        tray.peer("--status", "Connected,Success")
+        self.wait_tool_tip(tray.item, "Connected")
+        pump(1)
+        idle, size = resident_kib(tray.process.pid), self.log_size(tray)
+
+        def send(data, level, text, count):
+            # One client that sends `data` and goes, and the line that its frame leaves.
+            with connect(tray.socket_path()) as client:
+                try:
+                    client.sendall(data)
+                except (BrokenPipeError, ConnectionResetError):
+                    pass  # let go before the end
+            wait_for(lambda: len(tray.log_lines(level, text)) >= count, text, timeout=30)
+
+        # Declared lengths of 64 and 16 MiB with 10 bytes behind them, and a whole 8 MiB frame
+        # that is no channel message.
+        for number, length in enumerate((64 << 20, 16 << 20, 16 << 20, 16 << 20)):
+            send(length.to_bytes(4, "little") + b"0123456789", "ERROR", "Error while reading message in tray", number + 1)
+        send(frame(b"x" * (8 << 20)), "WARN", "Cannot parse buffer as channel message", 1)
+        pump(1)
+        self.assertLess(resident_kib(tray.process.pid) - idle, 5 * 1024)
+        self.assertLess(self.log_size(tray) - size, 100 * 1024)
+        self.assertLess(max(len(line) for line in tray.log_lines("ERROR", "") + tray.log_lines("WARN", "")), 8 * 1024)
+
+        # Five thousand one-byte frames: the client goes at the tenth.
+        size = self.log_size(tray)
+        send(frame(b"x") * 5000, "WARN", "10 frames were no channel messages", 1)
+        tray.peer("--status", "Waiting,Socket")
+        self.wait_tool_tip(tray.item, "Error: Port busy")
+        self.assertLess(self.log_size(tray) - size, 200 * 1024)
+        # Idle: not one line in 30 s.
+        pump(1)
+        size = self.log_size(tray)
+        pump(30)
+        self.assertEqual(self.log_size(tray), size)
+
+    def test_second_tray_of_the_user_waits_for_the_first(self):
+        first = self.start()
+        second = self.start({"XDG_RUNTIME_DIR": first.runtime})
+        waiting = lambda: second.log_lines("WARN", "(pid %d) is listening on named pipe in tray" % first.process.pid)
+        wait_for(waiting, "the WARN line")
+        # The first serves on for 10 s, the second says nothing more.
+        for status, second_line in [("Connected,Success", "Connected"), ("Waiting,Socket", "Error: Port busy")] * 5:
+            first.peer("--status", status)
+            self.wait_tool_tip(first.item, second_line)
+            pump(1)
+        self.assertEqual((len(waiting()), str(prop(second.item, "ToolTip")[2])), (1, FIRST_LINE + "Waiting"))
+        first.process.stdin.close()
+        self.assertEqual(first.process.wait(timeout=10), 0)
+        started = time.monotonic()
+        second.peer("--status", "Connected,Success")
+        self.wait_tool_tip(second.item, "Connected")
+        self.assertLess(time.monotonic() - started, 2.5)
 
 
 if __name__ == "__main__":

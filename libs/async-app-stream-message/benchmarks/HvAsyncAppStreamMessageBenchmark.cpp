@@ -22,8 +22,9 @@ void receive(Hv::Async::AppStream::Message& message, const std::string& payload)
 {
     const auto length = static_cast<std::uint32_t>(payload.size());
     std::memcpy(message.lengthBuffer().data(), &length, sizeof(length));
-    const auto buffer = message.messageBuffer();
-    std::memcpy(buffer.data(), payload.data(), payload.size());
+    auto buffer = message.messageBuffer();
+    buffer.grow(payload.size());
+    std::memcpy(buffer.data(0, payload.size()).data(), payload.data(), payload.size());
 }
 
 void BM_DecodeFrame1MiB(benchmark::State& state)

@@ -1,5 +1,5 @@
 // Feeds arbitrary bytes through the receive path of a stream: four bytes of length, the length
-// check, the payload (possibly cut short), then the decode.
+// check, the payload in pieces as they might arrive (possibly cut short), then the decode.
 
 #include "HvAsyncAppStreamMessage.h"
 
@@ -16,22 +16,26 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t head = std::min(size, length.size());
     std::memcpy(length.data(), data, head);
     const bool valid = message.isLengthValid();
-    // Most random lengths are valid and huge: allocating up to 64 MiB per run would leave the
-    // fuzzer a few runs a second for no new paths, as the input can fill only a few KiB anyway.
-    if (valid && message.length() > size + 65536)
-        return 0;
 
-    const auto payload = message.messageBuffer();
-    if (payload.size() != (valid ? message.length() : 0))
+    // Any declared length, however large: the payload grows only with the bytes given.
+    auto payload = message.messageBuffer();
+    if (payload.size() != 0 || payload.max_size() != (valid ? message.length() : 0))
         std::abort();
-    const std::size_t copied = std::min(size - head, payload.size());
-    if (copied > 0)
-        std::memcpy(payload.data(), data + head, copied);
+    const std::size_t copied = std::min(size - head, payload.max_size());
+    // Pieces of a size taken from the first byte, as reads of a socket deliver them.
+    const std::size_t piece = 1 + (size > 0 ? data[0] : 0);
+    for (std::size_t done = 0; done < copied;) {
+        const std::size_t now = std::min(piece, copied - done);
+        payload.grow(now);
+        std::memcpy(payload.data(done, now).data(), data + head + done, now);
+        done += now;
+    }
+    if (message.payload().size() != copied || message.payload().size() > size)
+        std::abort();
 
-    // messageBuffer() sized the payload, so only a refused non-zero length leaves it short.
-    if (message.isMessageValid() != (valid || message.length() == 0))
+    if (message.isMessageValid() != (copied == message.length()))
         std::abort();
-    if (message.channelMessage() && !valid)
+    if (message.channelMessage() && (!valid || copied != message.length()))
         std::abort();
     return 0;
 }

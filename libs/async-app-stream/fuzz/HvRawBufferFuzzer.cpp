@@ -1,10 +1,11 @@
 // Dumps arbitrary bytes. Every line starts with a line break, holds at most 16 bytes, and its
-// character column starts at the same offset.
+// character column starts at the same offset. A dump for a log line shows the first bytes only.
 
 #include "HvAsyncAppStreamBuffer.h"
 
 #include <log4cplus/tstring.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -34,6 +35,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         start = end;
     }
     if (dumped != size || lines != (size + 15) / 16)
+        std::abort();
+
+    // For a log line: the lines of the first bytes (all full ones), and the size when there are more.
+    constexpr std::size_t LOGGED = Hv::Async::AppStream::RawBytes::LOGGED_BYTES;
+    log4cplus::tostringstream logged;
+    logged << Hv::Async::AppStream::RawBytes{boost::asio::mutable_buffers_1(bytes.data(), bytes.size())};
+    const std::size_t kept = size <= LOGGED ? text.size() : LOGGED / 16 * (CHARACTERS + 16);
+    const log4cplus::tstring rest = size <= LOGGED ? LOG4CPLUS_TEXT("") : LOG4CPLUS_TEXT("\n... ") + LOG4CPLUS_STRING_TO_TSTRING(std::to_string(size)) + LOG4CPLUS_TEXT(" bytes in all");
+    if (logged.str() != text.substr(0, kept) + rest)
         std::abort();
     return 0;
 }

@@ -6,10 +6,10 @@
 
 namespace Hv::Async::LocalPipe::Impl {
 
-boost::filesystem::path socketDirectory()
+SocketFolder socketDirectory()
 {
     // The per-user temporary folder ($TMPDIR) is private to the user already.
-    return tempDirectory();
+    return {tempDirectory(), std::string()};
 }
 
 std::optional<uid_t> peerUserId(int socket)
@@ -19,6 +19,11 @@ std::optional<uid_t> peerUserId(int socket)
     if (getpeereid(socket, &user, &group) != 0)
         return std::nullopt;
     return user;
+}
+
+void releaseFreeMemory()
+{
+    // The system allocator returns large blocks by itself.
 }
 
 } // namespace Hv::Async::LocalPipe::Impl

@@ -11,6 +11,9 @@
 
 #include <grp.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <iostream>
 
 using Hv::Test::frame;
 using Hv::Test::runUntil;
@@ -45,10 +48,10 @@ protected:
 
     // A raw client: connects once the receiver listens, writes `bytes`, and waits until the
     // receiver has ended the connection, by which time it listens again.
-    bool serve(const std::string& bytes)
+    bool serve(const std::string& bytes, std::chrono::milliseconds connectLimit = std::chrono::seconds(10))
     {
         Socket client(m_io);
-        if (!runUntil(m_io, [&] { return connect(client, m_path); }))
+        if (!runUntil(m_io, [&] { return connect(client, m_path); }, connectLimit))
             return false;
         boost::asio::write(client, boost::asio::buffer(bytes));
         client.shutdown(Socket::shutdown_send);
@@ -136,6 +139,98 @@ TEST_F(LocalPipeTest, ListensAgainOnceALostSocketFolderIsBack)
     EXPECT_EQ(m_received, (std::vector<std::string>{"a|1", "a|2"}));
     EXPECT_EQ(m_capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to listen on named pipe in test"), 1u);
     EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, "is gone; listening again"), 1u);
+}
+
+TEST_F(LocalPipeTest, OneReceiverPerUserAndNameTheNextTakesOverWhenItEnds)
+{
+    // A holder in another process, killed without a chance to clean up: its lock goes with it.
+    Hv::Test::Process holder([] {
+        boost::asio::io_context io;
+        auto receiver = Hv::Async::LocalPipe::Receiver::create(io, "test");
+        io.run();
+    });
+    ASSERT_TRUE(runUntil(m_io, [&] { return fs::exists(m_path); }));
+    // The second waits without touching the socket, and says so once.
+    auto receiver = startReceiver();
+    Hv::Test::runFor(m_io, std::chrono::milliseconds(2500));
+    EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, "Another process of this user (pid " + std::to_string(holder.pid()) +
+                                                             ") is listening on named pipe in test; trying again every second"), 1u);
+    holder.kill();
+    ASSERT_TRUE(serve(frame("a|1"), std::chrono::milliseconds(2500)));
+    EXPECT_EQ(m_received, std::vector<std::string>{"a|1"});
+}
+
+TEST_F(LocalPipeTest, SocketFolderThatOthersCouldReachIsRefused)
+{
+    unsetenv("XDG_RUNTIME_DIR");
+    setenv("TMPDIR", m_folder.path().c_str(), 1);
+    if (Hv::tempDirectory() != m_folder.path())
+        GTEST_SKIP() << "the temporary folder was fixed earlier in this process";
+    const fs::path folder = m_folder.path() / ("halvophone-" + std::to_string(::geteuid()));
+    m_path = Hv::Async::LocalPipe::socketPath("test").string();
+    ASSERT_EQ(fs::path(m_path).parent_path(), folder);
+
+    // What another user of the shared folder could have put there before this user's first start.
+    const fs::path elsewhere = m_folder.path() / "elsewhere";
+    fs::create_directory(elsewhere);
+    auto receiver = startReceiver();
+    for (const std::string problem : {" is a symbolic link", " is open to other users (mode 0755)", " belongs to user id 65534"}) {
+        SCOPED_TRACE(problem);
+        if (problem.find("user id") != std::string::npos && ::geteuid() != 0) {
+            std::cout << "[  SKIPPED ] a folder of another user: needs root to make one" << std::endl;
+            continue;
+        }
+        // Swapped under a receiver that waits with its listening socket closed.
+        fs::remove_all(folder);
+        if (problem == " is a symbolic link")
+            fs::create_directory_symlink(elsewhere, folder);
+        else if (fs::create_directory(folder) && problem.find("0755") != std::string::npos)
+            ::chmod(folder.c_str(), 0755);
+        else
+            ::chown(folder.c_str(), 65534, 65534);
+        const std::string text = "the folder " + folder.string() + problem;
+        Hv::Test::runFor(m_io, std::chrono::milliseconds(1300));
+        EXPECT_EQ(m_capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to listen on named pipe in test at " + m_path + ": " + text +
+                                                                  "; trying again every second"), 1u);
+        Socket client(m_io);
+        EXPECT_FALSE(connect(client, m_path));
+        EXPECT_TRUE(fs::is_empty(elsewhere));
+        // The sender will not talk through it either.
+        std::string refused;
+        Hv::Async::LocalPipe::socketPath("test", &refused);
+        EXPECT_EQ(refused, text);
+    }
+    // Once it is gone, the receiver makes the folder its own and listens.
+    fs::remove_all(folder);
+    ASSERT_TRUE(serve(frame("a|1")));
+    EXPECT_EQ(fs::status(folder).permissions(), fs::owner_all);
+}
+
+TEST_F(LocalPipeTest, NewestClientReplacesTheCurrentOneAndAStalledFrameIsClosed)
+{
+    auto receiver = startReceiver();
+    Socket silent(m_io), served(m_io);
+    // A client that says nothing does not keep the next one out: it is let go.
+    ASSERT_TRUE(runUntil(m_io, [&] { return connect(silent, m_path) && connect(served, m_path); }));
+    // Whether the receiver has ended each connection.
+    bool silentEnded = false, servedEnded = false;
+    char bytes[2];
+    silent.async_read_some(boost::asio::buffer(&bytes[0], 1), [&](auto, std::size_t) { silentEnded = true; });
+    served.async_read_some(boost::asio::buffer(&bytes[1], 1), [&](auto, std::size_t) { servedEnded = true; });
+    boost::asio::write(served, boost::asio::buffer(frame("a|1")));
+    ASSERT_TRUE(runUntil(m_io, [&] { return silentEnded && m_received.size() == 1; }));
+    EXPECT_EQ(m_capture.count(log4cplus::INFO_LOG_LEVEL, "A new client replaces the client of named pipe in test"), 1u);
+
+    // Quiet between whole frames, as the service is between statuses: kept.
+    Hv::Test::runFor(m_io, std::chrono::milliseconds(6500));
+    EXPECT_FALSE(servedEnded);
+    boost::asio::write(served, boost::asio::buffer(frame("a|2") + frame(10, "a|")));
+    ASSERT_TRUE(runUntil(m_io, [&] { return m_received.size() == 2; }));
+    // Stopped in the middle of a frame: closed once 5 s have passed without a byte.
+    const auto stalled = std::chrono::steady_clock::now();
+    ASSERT_TRUE(runUntil(m_io, [&] { return servedEnded; }));
+    EXPECT_GE(std::chrono::steady_clock::now() - stalled, std::chrono::seconds(5));
+    EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, "Closing the client of named pipe in test: nothing came for 5 s in the middle of a frame"), 1u);
 }
 
 TEST_F(LocalPipeTest, OtherUsersAreRefused)
