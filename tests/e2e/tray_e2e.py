@@ -679,7 +679,7 @@ class HostileClientE2E(Harness):
             first.peer("--status", status)
             self.wait_tool_tip(first.item, second_line)
             pump(1)
-        self.assertEqual((len(waiting()), str(prop(second.item, "ToolTip")[2])), (1, FIRST_LINE + "Waiting"))
+        self.assertEqual((len(waiting()), str(prop(second.item, "ToolTip")[3])), (1, "Waiting"))
         first.process.stdin.close()
         self.assertEqual(first.process.wait(timeout=10), 0)
         started = time.monotonic()
