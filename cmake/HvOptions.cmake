@@ -41,9 +41,12 @@ function(hv_benchmark name)
   endif()
 endfunction()
 
-# hv_fuzzer(name SOURCE LIBS ...): a libFuzzer target, run by CTest for a bounded time.
+# hv_fuzzer(name SOURCE file CORPUS folder [MAX_LEN bytes [GROW seed]] LIBS ...): a libFuzzer
+# target, run by CTest for a bounded time. MAX_LEN raises libFuzzer's input limit; GROW names a
+# committed seed that is grown to MAX_LEN bytes (its last byte repeated) in the run's copy of the
+# corpus, so that long inputs are tried without committing them.
 function(hv_fuzzer name)
-  cmake_parse_arguments(F "" "SOURCE;CORPUS" "LIBS" ${ARGN})
+  cmake_parse_arguments(F "" "SOURCE;CORPUS;MAX_LEN;GROW" "LIBS" ${ARGN})
   if(HV_FUZZ)
     add_executable(${name} ${F_SOURCE})
     target_link_libraries(${name} PRIVATE ${F_LIBS} hv-options)
@@ -54,7 +57,8 @@ function(hv_fuzzer name)
     endif()
     # Run on a copy of the corpus so the committed seeds stay as they are.
     add_test(NAME fuzz.${name}
-      COMMAND ${CMAKE_COMMAND} -E env ${CMAKE_SOURCE_DIR}/scripts/run-fuzzer.sh $<TARGET_FILE:${name}> ${F_CORPUS} ${seconds})
+      COMMAND ${CMAKE_COMMAND} -E env ${CMAKE_SOURCE_DIR}/scripts/run-fuzzer.sh $<TARGET_FILE:${name}> ${F_CORPUS} ${seconds}
+        ${F_MAX_LEN} ${F_GROW})
     set_tests_properties(fuzz.${name} PROPERTIES LABELS fuzz TIMEOUT 600)
   endif()
 endfunction()
