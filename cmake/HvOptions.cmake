@@ -8,6 +8,37 @@ if(HV_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+# The distribution's hardening (what dpkg-buildflags gives Debian's own packages with
+# hardening=+all): PIE, fortified libc calls, stack protector and stack-clash protection,
+# control-flow protection where the target has it, read-only relocations bound at start-up.
+# Not in the sanitizer tree: AddressSanitizer replaces the fortified functions and is built
+# without optimisation, which _FORTIFY_SOURCE needs.
+option(HV_HARDENING "Build with the distribution's hardening flags" ON)
+if(HV_HARDENING AND NOT HV_SANITIZE AND NOT HV_FUZZ)
+  include(CheckPIESupported)
+  check_pie_supported(OUTPUT_VARIABLE pie_message LANGUAGES CXX)
+  if(NOT CMAKE_CXX_LINK_PIE_SUPPORTED)
+    message(FATAL_ERROR "HV_HARDENING: the linker cannot make position-independent executables: ${pie_message}")
+  endif()
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+  include(CheckCXXCompilerFlag)
+  # Each entry one check; the format pair only works together.
+  foreach(flags -fstack-protector-strong -fstack-clash-protection -fcf-protection "-Wformat -Werror=format-security")
+    string(MAKE_C_IDENTIFIER "HV_HAS ${flags}" has_flags)
+    check_cxx_compiler_flag("${flags}" ${has_flags})
+    if(${has_flags})
+      separate_arguments(flags UNIX_COMMAND "${flags}")
+      add_compile_options(${flags})
+    endif()
+  endforeach()
+  # Fortified calls need optimisation: only the optimised configurations have them. Undefined
+  # first, as some compilers define it themselves.
+  add_compile_options(-U_FORTIFY_SOURCE $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-D_FORTIFY_SOURCE=2>)
+  if(NOT APPLE)
+    add_link_options(LINKER:-z,relro LINKER:-z,now)
+  endif()
+endif()
+
 if(HV_FUZZ)
   if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     message(FATAL_ERROR "HV_FUZZ needs clang (libFuzzer)")
