@@ -54,13 +54,37 @@ function(hv_library name)
   target_link_libraries(${name} PUBLIC hv-options)
 endfunction()
 
+# Every test runs with TMPDIR set to one folder per run of the suite, made fresh before the first
+# test and removed after the last (the CTest fixture hv-run-folder, tests/CMakeLists.txt): what a
+# test leaves there (a crashed or killed process's files, a folder the product keeps on purpose)
+# does not outlive the run. The folder's name is fixed per build tree, for the tests' properties.
+if(DEFINED ENV{TMPDIR} AND IS_DIRECTORY "$ENV{TMPDIR}")
+  set(hv_temporary_base "$ENV{TMPDIR}")
+else()
+  set(hv_temporary_base /tmp)
+endif()
+string(MD5 hv_tree_hash "${CMAKE_BINARY_DIR}")
+string(SUBSTRING "${hv_tree_hash}" 0 12 hv_tree_hash)
+set(HV_TEST_RUN_FOLDER "${hv_temporary_base}/hv-test-run-${hv_tree_hash}" CACHE INTERNAL "TMPDIR of the tests")
+
+# hv_test_in_run_folder(test...): puts tests made with a plain add_test in the run's folder;
+# hv_test and hv_fuzzer do it for theirs.
+function(hv_test_in_run_folder)
+  foreach(test IN LISTS ARGN)
+    set_property(TEST ${test} APPEND PROPERTY ENVIRONMENT "TMPDIR=${HV_TEST_RUN_FOLDER}")
+    set_property(TEST ${test} APPEND PROPERTY FIXTURES_REQUIRED hv-run-folder)
+  endforeach()
+endfunction()
+
 # hv_test(name SOURCES... LIBS ...): a GoogleTest executable registered with CTest.
 function(hv_test name)
   cmake_parse_arguments(T "" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   target_link_libraries(${name} PRIVATE ${T_LIBS} hv-test-support GTest::gtest GTest::gmock GTest::gtest_main)
+  # One variable only: gtest_discover_tests splits a list value into separate arguments, so only
+  # the first entry of an ENVIRONMENT list would reach the tests.
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    PROPERTIES ENVIRONMENT "HV_SOURCE_DIR=${CMAKE_SOURCE_DIR};HV_BINARY_DIR=${CMAKE_BINARY_DIR}")
+    PROPERTIES ENVIRONMENT "TMPDIR=${HV_TEST_RUN_FOLDER}" FIXTURES_REQUIRED hv-run-folder)
 endfunction()
 
 # hv_benchmark(name SOURCES... LIBS ...)
@@ -91,5 +115,6 @@ function(hv_fuzzer name)
       COMMAND ${CMAKE_COMMAND} -E env ${CMAKE_SOURCE_DIR}/scripts/run-fuzzer.sh $<TARGET_FILE:${name}> ${F_CORPUS} ${seconds}
         ${F_MAX_LEN} ${F_GROW})
     set_tests_properties(fuzz.${name} PROPERTIES LABELS fuzz TIMEOUT 600)
+    hv_test_in_run_folder(fuzz.${name})
   endif()
 endfunction()

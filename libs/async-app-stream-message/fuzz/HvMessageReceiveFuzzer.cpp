@@ -1,9 +1,7 @@
 // Feeds arbitrary bytes through the receive path of a stream: four bytes of length, the length
-// check, the payload (possibly cut short), then the decode and the masking of the body that the
-// pipe logs.
+// check, the payload (possibly cut short), then the decode.
 
 #include "HvAsyncAppStreamMessage.h"
-#include "HvPlatform.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -33,10 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // messageBuffer() sized the payload, so only a refused non-zero length leaves it short.
     if (message.isMessageValid() != (valid || message.length() == 0))
         std::abort();
-    const auto decoded = message.channelMessage();
-    if (decoded && !valid)
-        std::abort();
-    if (decoded && Hv::hideSecretInfo(decoded->message()).size() > decoded->message().size() + decoded->message().size() / 12)
+    if (message.channelMessage() && !valid)
         std::abort();
     return 0;
 }
