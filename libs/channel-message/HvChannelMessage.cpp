@@ -4,8 +4,15 @@
 
 namespace Hv {
 
+namespace {
+
+constexpr std::uint32_t BYTES_PER_MEBIBYTE = 1024 * 1024;
+constexpr std::uint32_t MAX_LENGTH_MEBIBYTES = 64;
+
+} // namespace
+
 const ChannelMessage::Channel ChannelMessage::BROADCAST{"Broadcast"};
-const std::uint32_t ChannelMessage::MAX_LENGTH = 67108864;
+const std::uint32_t ChannelMessage::MAX_LENGTH = MAX_LENGTH_MEBIBYTES * BYTES_PER_MEBIBYTE;
 
 ChannelMessage::ChannelMessage(const Channel& channel, std::string&& message)
     : m_channel(channel)

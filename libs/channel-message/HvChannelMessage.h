@@ -15,7 +15,7 @@ public:
 
     // The lone "Broadcast" marker: such a message cannot be narrowed or widened.
     static const Channel BROADCAST;
-    // Largest encoded message (channel text, separator and body) a framed stream accepts.
+    // Largest encoded message (channel text, separator and body), in bytes, a framed stream accepts.
     static const std::uint32_t MAX_LENGTH;
 
     ChannelMessage(const Channel& channel, std::string&& message);

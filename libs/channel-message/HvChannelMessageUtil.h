@@ -22,7 +22,8 @@ ChannelMessage::Channel parseChannel(Iterator first, Iterator last);
 // strings, which must outlive the buffers.
 std::list<boost::asio::const_buffer> channelMessageBuffer(const std::string& channel, const std::string& message);
 
-// Parses an encoded message; null (after a WARN line) when there is no "|" or no body after it.
+// Parses an encoded message; null (after a WARN line) when there is no "|", no body after it, or
+// more than 256 markers before it.
 template <typename BufferSequence>
 ChannelMessage::Shared channelMessageFromBuffer(const BufferSequence& buffer);
 

@@ -16,6 +16,9 @@ namespace Hv::Util {
 namespace Detail {
 inline constexpr char CHANNEL_SEPARATOR = '|';
 inline constexpr char MARKER_SEPARATOR = '-';
+// Channels are a few markers. Each marker costs a list node and a string, some 70 times the byte
+// that makes it: without a bound a 64 MiB frame of dashes would take gigabytes.
+inline constexpr std::ptrdiff_t MAX_MARKERS = 256;
 } // namespace Detail
 
 template <typename Iterator>
@@ -41,7 +44,7 @@ inline bool splitEncoding(const char* first, const char* last, ChannelMessage::C
     if (first == last)
         return false;
     const auto* separator = static_cast<const char*>(std::memchr(first, CHANNEL_SEPARATOR, static_cast<std::size_t>(last - first)));
-    if (separator == nullptr)
+    if (separator == nullptr || std::count(first, separator, MARKER_SEPARATOR) >= MAX_MARKERS)
         return false;
     channel = parseChannel(first, separator);
     message.assign(separator + 1, last);
@@ -52,7 +55,7 @@ template <typename Iterator>
 bool splitEncoding(Iterator first, Iterator last, ChannelMessage::Channel& channel, std::string& message)
 {
     const Iterator separator = std::find(first, last, CHANNEL_SEPARATOR);
-    if (separator == last)
+    if (separator == last || std::count(first, separator, MARKER_SEPARATOR) >= MAX_MARKERS)
         return false;
     channel = parseChannel(first, separator);
     message.assign(std::next(separator), last);

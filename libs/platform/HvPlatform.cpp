@@ -15,11 +15,12 @@
 #include <cerrno>
 #include <cstring>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
-#include <regex>
 #include <sstream>
+#include <string_view>
 
 // Not declared by every C library's headers.
 extern char** environ;
@@ -390,11 +391,49 @@ bool copyDirectory(fs::path from, fs::path to)
     return true;
 }
 
+namespace {
+
+// Where a secret value ends: its closing quote, a line break or the end of the text. Three
+// memchr scans rather than one scan for any of three characters, which goes byte by byte.
+std::size_t valueEnd(std::string_view text, std::size_t value)
+{
+    std::size_t end = std::min(text.find('"', value), text.size());
+    for (const char lineBreak : {'\n', '\r'})
+        end = std::min(end, text.substr(0, end).find(lineBreak, value));
+    return end;
+}
+
+} // namespace
+
 std::string hideSecretInfo(const std::string& text)
 {
     // No entry trace: the argument is exactly what must not reach the log.
-    static const std::regex SECRET("(\")(password|engineLicense)(\":\")(.*?)(\")", std::regex::ECMAScript);
-    return std::regex_replace(text, SECRET, "$1$2$3*$5");
+    // One pass over the text, no recursion, no backtracking: bodies of up to a whole frame (64 MiB)
+    // are logged through here. A value ends at the first double quote, escaped or not; one that
+    // runs into a line break or the end of the text is masked up to there, so that a body cut
+    // short never leaves its secret in the log.
+    static constexpr std::string_view KEYS[] = {"\"password\"", "\"engineLicense\""};
+    static constexpr std::string_view COLON = ":\"";
+    const std::string_view input(text);
+    std::string masked;
+    masked.reserve(input.size());
+    std::size_t copied = 0;
+    // The quote that closes a value cannot open the next key.
+    std::size_t nextKey = 0;
+    // Colons are rarer than quotes: look for the colon between a key and its value first.
+    for (std::size_t colon = input.find(COLON); colon != std::string_view::npos; colon = input.find(COLON, colon + 1)) {
+        const std::string_view before = input.substr(nextKey, colon - std::min(colon, nextKey));
+        if (std::none_of(std::begin(KEYS), std::end(KEYS), [&](std::string_view key) { return before.ends_with(key); }))
+            continue;
+        const std::size_t value = colon + COLON.size();
+        const std::size_t end = valueEnd(input, value);
+        masked.append(input, copied, value - copied).append(1, '*');
+        copied = end;
+        nextKey = end < input.size() && input[end] == '"' ? end + 1 : end;
+        colon = end;
+    }
+    masked.append(input, copied);
+    return masked;
 }
 
 int lockDescriptor(int fd)

@@ -688,6 +688,22 @@ class HostileClientE2E(Harness):
         self.assertLess(time.monotonic() - started, 2.5)
 
 
+class LongInputE2E(Harness):
+    def test_long_status_with_an_open_secret_is_logged_masked(self):
+        # A 1 MiB status body whose password value never closes: the tray logs it masked, stays
+        # up, and the next status shows.
+        tray = self.start()
+        head, secret = b'{"user":"bob","password":"', b"S3cr-"
+        body = head + secret * ((1024 * 1024 - len(head)) // len(secret))
+        with connect(tray.socket_path()) as client:
+            client.sendall(frame(b"ServiceStatus|" + body) + frame(CONNECTED))
+            self.wait_tool_tip(tray.item, "Connected")
+        # Alive, the body logged once masked and nowhere in clear, its status ignored.
+        self.assertEqual((tray.process.poll(), len(tray.log_lines("TRACE", 'hideSecretInfo(message->message()) = {"user":"bob","password":"*)')),
+                          [line for level in ("TRACE", "DEBUG", "INFO", "WARN", "ERROR") for line in tray.log_lines(level, (secret * 4).decode())],
+                          len(tray.log_lines("WARN", "Unexpected status; ignored"))), (None, 1, [], 1))
+
+
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
     for option in ("--tray", "--peer", "--icons"):  # the binaries; the shipped PNGs with {name} and {size}

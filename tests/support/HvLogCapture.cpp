@@ -1,8 +1,13 @@
 #include "HvLogCapture.h"
 
 #include "HvSimpleLogger.h"
+#include "HvTestSupport.h"
 
 #include <log4cplus/spi/loggingevent.h>
+
+#include <boost/filesystem/operations.hpp>
+
+#include <unistd.h>
 
 #include <cstdlib>
 #include <mutex>
@@ -29,19 +34,36 @@ protected:
     }
 };
 
+// The process that initialized the logger, and the log folder it made (empty, and so not
+// removed, when the caller chose one through HV_SOFTPHONE_LOG_DIR).
+pid_t logOwner = 0;
+boost::filesystem::path logFolder;
+
 } // namespace
+
+void releaseLogFolder()
+{
+    if (logOwner != ::getpid())
+        return;
+    logOwner = 0;
+    // The cleaning thread may still be in its first pass when a short test exits: stop it before
+    // log4cplus's statics are destroyed, and before its folder goes.
+    Hv::SimpleLogger::destroy();
+    boost::system::error_code ignored;
+    boost::filesystem::remove_all(logFolder, ignored);
+}
 
 LogCapture::LogCapture()
     : m_appender(new MemoryAppender)
 {
     [[maybe_unused]] static const bool initialized = [] {
-        char folder[] = "/tmp/hv-test-logs-XXXXXX";
-        if (std::getenv("HV_SOFTPHONE_LOG_DIR") == nullptr)
-            setenv("HV_SOFTPHONE_LOG_DIR", mkdtemp(folder) ? folder : "/tmp", 1);
+        if (std::getenv("HV_SOFTPHONE_LOG_DIR") == nullptr) {
+            logFolder = makeTemporaryFolder("hv-test-logs");
+            setenv("HV_SOFTPHONE_LOG_DIR", logFolder.c_str(), 1);
+        }
+        logOwner = ::getpid();
         Hv::SimpleLogger::initialize("HalvoSoftphoneTest");
-        // The cleaning thread may still be in its first pass when a short test exits: stop it
-        // before log4cplus's statics are destroyed.
-        std::atexit([] { Hv::SimpleLogger::destroy(); });
+        std::atexit(releaseLogFolder);
         return true;
     }();
     Hv::SimpleLogger::enable();

@@ -26,4 +26,8 @@ private:
     log4cplus::SharedAppenderPtr m_appender;
 };
 
+// Stops the logger and removes its folder if this very process made it: at exit, and in forked
+// children before they leave with _exit.
+void releaseLogFolder();
+
 } // namespace Hv::Test

@@ -1,4 +1,5 @@
 #include "HvTestSupport.h"
+#include "HvLogCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -18,10 +19,18 @@ extern char** environ;
 
 namespace Hv::Test {
 
-TemporaryFolder::TemporaryFolder()
+boost::filesystem::path makeTemporaryFolder(const std::string& prefix)
 {
-    char pattern[] = "/tmp/hv-test-XXXXXX";
-    m_path = ::mkdtemp(pattern) ? pattern : throw std::runtime_error("cannot create a temporary folder");
+    // Under $TMPDIR, which CTest points at the run's own folder.
+    std::string pattern = (boost::filesystem::temp_directory_path() / (prefix + "-XXXXXX")).string();
+    if (::mkdtemp(pattern.data()) == nullptr)
+        throw std::runtime_error("cannot create a temporary folder " + pattern);
+    return pattern;
+}
+
+TemporaryFolder::TemporaryFolder()
+    : m_path(makeTemporaryFolder("hv-test"))
+{
 }
 
 TemporaryFolder::~TemporaryFolder()
@@ -74,6 +83,7 @@ pid_t inFreshProcess(const std::function<void()>& body)
     if (pid == 0) {
         body();
         std::fflush(nullptr);
+        releaseLogFolder();
         _exit(::testing::Test::HasFailure() ? 1 : 0);
     }
     int status = -1;
@@ -98,6 +108,7 @@ Process::Process(const std::function<void()>& body)
     m_pid = fork();
     if (m_pid == 0) {
         body();
+        releaseLogFolder();
         _exit(0);
     }
 }

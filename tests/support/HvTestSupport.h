@@ -17,7 +17,10 @@
 
 namespace Hv::Test {
 
-// A fresh folder under /tmp, removed with everything in it at the end of the scope.
+// A fresh folder "<prefix>-XXXXXX" in the temporary directory ($TMPDIR, else /tmp).
+boost::filesystem::path makeTemporaryFolder(const std::string& prefix);
+
+// A fresh folder in the temporary directory, removed with everything in it at the end of the scope.
 class TemporaryFolder {
 public:
     TemporaryFolder();

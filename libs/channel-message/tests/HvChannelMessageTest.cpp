@@ -18,6 +18,8 @@ TEST(ChannelMessage, SplitsAtTheFirstBarAndRefusesAMissingPart)
         {"a|", std::nullopt, ""},
         {"abc", std::nullopt, ""},
         {"", std::nullopt, ""},
+        {std::string(255, '-') + "|x", Channel(256, ""), "x"},
+        {std::string(256, '-') + "|x", std::nullopt, ""},
     };
     Hv::Test::LogCapture capture;
     for (const auto& [bytes, channel, body] : cases) {

@@ -121,17 +121,29 @@ TEST(PlatformRemoveOldLogs, RemovesOnlyEntriesOlderThanFourDays)
     EXPECT_FALSE(fs::exists(logs.path() / "old.log.gz"));
 }
 
-TEST(PlatformHideSecretInfo, MasksPasswordAndLicenseValues)
+TEST(PlatformHideSecretInfo, MasksPasswordAndLicenseValuesOfAnyLength)
 {
     const std::pair<std::string, std::string> cases[] = {
-        {"{\"user\":\"bob\",\"password\":\"s3cr\\et\",\"engineLicense\":\"AB-12\"}",
-         "{\"user\":\"bob\",\"password\":\"*\",\"engineLicense\":\"*\"}"},
-        {"\"password\":\"\"", "\"password\":\"*\""},
-        {"\"Password\":\"abc\",\"passwords\":\"x\"", "\"Password\":\"abc\",\"passwords\":\"x\""},
-        {"a\"password\":\"x1\"b\"password\":\"x2\"c", "a\"password\":\"*\"b\"password\":\"*\"c"},
+        {"{\"user\":\"bob\",\"password\":\"s3cr\\et\",\"engineLicense\":\"AB-12\"}", "{\"user\":\"bob\",\"password\":\"*\",\"engineLicense\":\"*\"}"},
+        {"\"Password\":\"abc\",\"passwords\":\"x\",\"password\": \"y\"", "\"Password\":\"abc\",\"passwords\":\"x\",\"password\": \"y\""},
+        {"a\"password\":\"x1\"b\"password\":\"\"\"engineLicense\":\"x3\"", "a\"password\":\"*\"b\"password\":\"*\"\"engineLicense\":\"*\""},
+        // A value ends at its first quote, escaped or not; that quote cannot start the next key.
+        {"\"password\":\"a\\\"password\":\"cd\"", "\"password\":\"*\"password\":\"cd\""},
+        // A value cut short by the end of the text or of its line is masked up to there.
+        {"{\"engineLicense\":\"AB-12", "{\"engineLicense\":\"*"},
+        {"\"password\":\"ab\r\ncd\"password\":\"ef\"", "\"password\":\"*\r\ncd\"password\":\"*\""},
+        {"no \"secret\":\"here\",\"password\"", "no \"secret\":\"here\",\"password\""},
     };
     for (const auto& [text, expected] : cases)
-        EXPECT_EQ(expected, Hv::hideSecretInfo(text));
+        EXPECT_EQ(Hv::hideSecretInfo(text), expected) << text;
+
+    // A whole frame's worth of secret, closed and open: one pass, no recursion per character.
+    constexpr std::size_t FRAME_BYTES = 64u << 20;
+    const std::string key = "{\"password\":\"", tail = "\",\"user\":\"bob\"}";
+    std::string text = key + std::string(FRAME_BYTES - key.size() - tail.size(), 's') + tail;
+    EXPECT_EQ(Hv::hideSecretInfo(text), key + "*" + tail);
+    text.resize(FRAME_BYTES - tail.size());
+    EXPECT_EQ(Hv::hideSecretInfo(text), key + "*");
 }
 
 TEST(PlatformRunProgram, ReturnsTheStatusAndWritesTheOutputWhereAsked)
