@@ -48,16 +48,13 @@ std::string lockHolder(int lock)
     return pid.find_first_not_of("0123456789") == std::string::npos ? pid : std::string();
 }
 
-// The start of a message body for a log line, its secrets masked even where the cut falls into one.
+// The start of a message body for a log line, its secrets masked (an open value too, so a cut
+// that falls into one masks it).
 std::string bodyForLog(const std::string& body)
 {
     if (body.size() <= AppStream::RawBytes::LOGGED_BYTES)
         return hideSecretInfo(body);
-    // A closing quote ends a secret that the cut falls into, so that it is masked too; the masked
-    // text ends with that quote whatever it matched.
-    std::string start = hideSecretInfo(body.substr(0, AppStream::RawBytes::LOGGED_BYTES) + '"');
-    start.pop_back();
-    return start + "... (" + std::to_string(body.size()) + " bytes in all)";
+    return hideSecretInfo(body.substr(0, AppStream::RawBytes::LOGGED_BYTES)) + "... (" + std::to_string(body.size()) + " bytes in all)";
 }
 
 } // namespace

@@ -187,7 +187,7 @@ TEST_F(LocalPipeTest, SocketFolderThatOthersCouldReachIsRefused)
         else if (fs::create_directory(folder) && problem.find("0755") != std::string::npos)
             ::chmod(folder.c_str(), 0755);
         else
-            ::chown(folder.c_str(), 65534, 65534);
+            ASSERT_EQ(::chown(folder.c_str(), 65534, 65534), 0);
         const std::string text = "the folder " + folder.string() + problem;
         Hv::Test::runFor(m_io, std::chrono::milliseconds(1300));
         EXPECT_EQ(m_capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to listen on named pipe in test at " + m_path + ": " + text +
