@@ -68,10 +68,11 @@ string(SUBSTRING "${hv_tree_hash}" 0 12 hv_tree_hash)
 set(HV_TEST_RUN_FOLDER "${hv_temporary_base}/hv-test-run-${hv_tree_hash}" CACHE INTERNAL "TMPDIR of the tests")
 
 # hv_test_in_run_folder(test...): puts tests made with a plain add_test in the run's folder;
-# hv_test and hv_fuzzer do it for theirs.
+# hv_test and hv_fuzzer do it for theirs. Such tests (scripts) also learn the product version
+# from HV_VERSION.
 function(hv_test_in_run_folder)
   foreach(test IN LISTS ARGN)
-    set_property(TEST ${test} APPEND PROPERTY ENVIRONMENT "TMPDIR=${HV_TEST_RUN_FOLDER}")
+    set_property(TEST ${test} APPEND PROPERTY ENVIRONMENT "TMPDIR=${HV_TEST_RUN_FOLDER}" "HV_VERSION=${PROJECT_VERSION}")
     set_property(TEST ${test} APPEND PROPERTY FIXTURES_REQUIRED hv-run-folder)
   endforeach()
 endfunction()

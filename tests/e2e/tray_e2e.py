@@ -21,11 +21,12 @@ MENU_INTERFACE = "com.canonical.dbusmenu"
 PROPERTIES = "org.freedesktop.DBus.Properties"
 FILE_MANAGER = "org.freedesktop.FileManager1"
 NOTIFICATIONS = "org.freedesktop.Notifications"
-FIRST_LINE = "Halvo Softphone (130.264.0)\n"
+VERSION = os.environ.get("HV_VERSION", "")  # the build's, from CTest
+FIRST_LINE = "Halvo Softphone (%s)\n" % VERSION
 CONNECTED = b"ServiceStatus|ConnectionState:Connected,ErrorCode:Success"
 # In the log folder before the tray starts; unlike the tray's own log they do not change, so the
 # archive must hold them byte for byte.
-KNOWN_LOGS = {"halvo-softphone-2026-01-02-130.264.0-4242.gz": gzip.compress(os.urandom(64 * 1024)),
+KNOWN_LOGS = {"halvo-softphone-2026-01-02-%s-4242.gz" % VERSION: gzip.compress(os.urandom(64 * 1024)),
               "old run.log": "first line\nsecond line, caf\u00e9\n".encode(), "archive/older.txt": bytes(range(256)) * 8}
 ARGS = None  # from the command line
 
@@ -199,7 +200,7 @@ class Tray:
         return [line for line in lines.splitlines() if line[1:].split("]", 1)[0].strip() == level and text in line]
 
     def active_log_files(self):
-        return glob.glob(os.path.join(self.logs, "**", "*-130.264.0-%d" % self.process.pid), recursive=True)
+        return glob.glob(os.path.join(self.logs, "**", "*-%s-%d" % (VERSION, self.process.pid)), recursive=True)
 
     def peer(self, *arguments):
         subprocess.run([ARGS.peer, "--pipe", "tray", *arguments], env=self.env, check=True, timeout=10,

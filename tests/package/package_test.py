@@ -7,7 +7,7 @@
 
 import argparse, glob, os, shutil, subprocess, sys, tempfile, unittest
 
-NAME, VERSION = "halvo-softphone-tray", "130.264.0"
+NAME, VERSION = "halvo-softphone-tray", os.environ["HV_VERSION"]
 TRAY, PEER, REPORT = "usr/libexec/halvo-softphone/HalvoSoftphoneTray", "usr/bin/hv-service-peer", "usr/bin/hv-collect-report"
 ICON = "usr/share/icons/hicolor/%sx%s/apps/" + NAME + "-%s.png"
 FILES = {path: "-rwxr-xr-x" for path in (TRAY, PEER, REPORT)}

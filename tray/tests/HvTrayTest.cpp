@@ -7,11 +7,11 @@
 #include "HvTestSupport.h"
 #include "HvTray.h"
 #include "HvTrayIOService.h"
+#include "HvVersion.h"
 
 #include <gtest/gtest.h>
 
 #include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include <log4cplus/loglevel.h>
 
@@ -23,6 +23,8 @@
 namespace {
 
 using Hv::Tray::Icon;
+
+const std::string TITLE = std::string("Halvo Softphone (") + Hv::PRODUCT_VERSION + ")";
 using Hv::Tray::Presentation;
 
 // What the stand-in for the toolkit shell was asked to show, in order.
@@ -59,31 +61,25 @@ TEST(TrayTest, StatusMessagesChooseIconTextsAndAttention)
         capture.clear();
         Hv::Tray::handleStatusMessage(std::make_shared<Hv::ChannelMessage>(Hv::ChannelMessage::Channel{"ServiceStatus"}, std::string(body)));
         using Shown = decltype(g_shown);
-        EXPECT_EQ(g_shown, (icon ? Shown{{*icon, "Halvo Softphone (130.264.0)", status, attention}} : Shown{}));
+        EXPECT_EQ(g_shown, (icon ? Shown{{*icon, TITLE, status, attention}} : Shown{}));
         EXPECT_EQ(capture.count(log4cplus::WARN_LOG_LEVEL, "Unexpected status; ignored"), icon ? 0u : 1u);
         // One text for the shells that show one: the same lines as the macOS tool tip.
         if (icon) {
-            EXPECT_EQ(g_shown.at(0).toolTip(), "Halvo Softphone (130.264.0)\n" + status);
+            EXPECT_EQ(g_shown.at(0).toolTip(), TITLE + "\n" + status);
         }
     }
 }
 
-TEST(TrayIOServiceTest, RunsAtMostOneHundredReadyHandlersPerTickAndLogsWhatTheyThrow)
+TEST(TrayIOServiceTest, RunsWhatIsPostedAfterTheContextRanOutOfWorkAndLogsWhatHandlersThrow)
 {
     Hv::Test::LogCapture capture;
     boost::asio::io_context context;
     Hv::TrayIOService service(context);
-    // Work that is not ready does not hold a tick up.
-    boost::asio::steady_timer later(context, std::chrono::hours(1));
-    later.async_wait([](const boost::system::error_code&) {});
     int ran = 0;
-    for (int i = 0; i < 150; ++i)
-        boost::asio::post(context, [&ran] { ++ran; });
-    EXPECT_EQ(service.handleIoEvents(), 100u);
-    EXPECT_EQ(service.handleIoEvents(), 50u);
-    EXPECT_EQ(service.handleIoEvents(), 0u);
-    // A context that ran out of work (and so stopped) still runs what is posted later.
-    later.cancel();
+    boost::asio::post(context, [&ran] { ++ran; });
+    EXPECT_EQ(service.handleIoEvents(), 1u);
+    // The context ran out of work, and so stopped; what is posted later runs all the same.
+    boost::asio::post(context, [&ran] { ++ran; });
     EXPECT_EQ(service.handleIoEvents(), 1u);
     // What a handler throws is logged; the handlers after it run on the next ticks.
     boost::asio::post(context, [] { throw std::runtime_error("bind: No such file or directory"); });
@@ -91,7 +87,7 @@ TEST(TrayIOServiceTest, RunsAtMostOneHundredReadyHandlersPerTickAndLogsWhatTheyT
     boost::asio::post(context, [&ran] { ++ran; });
     for (int tick = 0; tick < 3; ++tick)
         service.pump();
-    EXPECT_EQ(ran, 151);
+    EXPECT_EQ(ran, 3);
     EXPECT_EQ(capture.messages(log4cplus::ERROR_LOG_LEVEL),
               (std::vector<std::string>{"Exception in an event handler: bind: No such file or directory",
                                         "Exception in an event handler: not a standard exception"}));

@@ -5,6 +5,7 @@
 #include "HvSimpleLogger.h"
 #include "HvTestSupport.h"
 #include "HvTrace.h"
+#include "HvVersion.h"
 
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
@@ -21,7 +22,7 @@ namespace {
 using namespace Hv::Test;
 namespace fs = boost::filesystem;
 
-const std::string HEADER = ", version 130.264.0, local time ";
+const std::string HEADER = std::string(", version ") + Hv::PRODUCT_VERSION + ", local time ";
 const std::string STAMP = R"( \d{4}-\d\d-\d\d \d\d:\d\d:\d\d,\d{3}\.\d{3} \[[^\]]+\] - )";
 
 struct Probe {
@@ -77,7 +78,7 @@ TEST(SimpleLogger, RunWritesHeaderAndTraceLinesIntoAFileOfItsOwn)
     ASSERT_EQ(files.size(), 1u);
     const std::string name = files[0].filename().string();
     std::tm stamp{};
-    const char* const rest = strptime(name.c_str(), "%Y-%m-%d_%H%M%S_UTC-130.264.0-", &stamp);
+    const char* const rest = strptime(name.c_str(), (std::string("%Y-%m-%d_%H%M%S_UTC-") + Hv::PRODUCT_VERSION + "-").c_str(), &stamp);
     EXPECT_TRUE(rest && rest == std::to_string(pid) && timegm(&stamp) >= before && timegm(&stamp) <= after) << name;
 
     const std::vector<std::string> lines = splitLines(readFile(files[0]));
