@@ -2,8 +2,6 @@
 
 #import <AppKit/AppKit.h>
 
-#include "HvServiceStatus.h"
-
 // The menu-bar item: its icon, its tool tip and its one-entry menu. Created on first use,
 // never destroyed.
 @interface HvTray : NSObject
@@ -16,14 +14,5 @@
 // The menu action "Collect logs into a ZIP file".
 - (void)collectLogs;
 + (HvTray*)instance;
-
-@end
-
-// The tool-tip texts, as platform strings.
-@interface HvTray (Util)
-
-+ (NSString*)formatStatus:(NSString*)status;
-+ (NSString*)formatStatus:(NSString*)status withError:(Hv::ServiceStatus::ErrorCode)error;
-+ (NSString*)errorString:(Hv::ServiceStatus::ErrorCode)error;
 
 @end

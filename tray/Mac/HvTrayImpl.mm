@@ -92,28 +92,6 @@ NSImage* imageOf(Hv::Tray::Icon icon)
 
 @end
 
-@implementation HvTray (Util)
-
-+ (NSString*)formatStatus:(NSString*)status
-{
-    HV_TRACE_SELF(status.UTF8String);
-    return platformString(Hv::Tray::formatStatus(status.UTF8String));
-}
-
-+ (NSString*)formatStatus:(NSString*)status withError:(Hv::ServiceStatus::ErrorCode)error
-{
-    HV_TRACE_SELF(status.UTF8String, error);
-    return platformString(Hv::Tray::formatStatus(status.UTF8String, error));
-}
-
-+ (NSString*)errorString:(Hv::ServiceStatus::ErrorCode)error
-{
-    HV_TRACE_SELF(error);
-    return platformString(Hv::Tray::errorString(error));
-}
-
-@end
-
 // The platform half of setWaitingStatus(), setErrorStatus() and setConnectedStatus(). Qualified,
 // so that it must match the portable declaration. The menu bar has no attention state: the error
 // icon says it.
