@@ -65,10 +65,11 @@ bool pack(const boost::filesystem::path& source, const boost::filesystem::path& 
     HV_TRACE_FREE(source, target);
 
     // The archive path as given, the folder by its name from its parent, so that the entries
-    // start with the folder's name.
+    // start with the folder's name. Packed logs are stored as they are: compressing them again
+    // costs time and gains nothing.
     const boost::filesystem::path workingDirectory = source.parent_path();
     Command command(zipCmd());
-    command.option("-q").option("-r").path(target).path(source.filename());
+    command.option("-q").option("-r").option("-n").option(".gz:.zip").path(target).path(source.filename());
     const int status = command.run(boost::filesystem::path(), workingDirectory);
     if (status != 0) {
         HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to pack folder: ") << source << LOG4CPLUS_TEXT(", cmd: ") << command.text

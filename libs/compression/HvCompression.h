@@ -6,7 +6,8 @@
 // are (no shell), so paths may hold any character. Failures are an ERROR line and false.
 namespace Hv::Compression {
 
-// Packs the folder recursively; the archive's entries start with the folder's own name.
+// Packs the folder recursively; the archive's entries start with the folder's own name. Files
+// ending in .gz or .zip are stored, not compressed again.
 bool pack(const boost::filesystem::path& source, const boost::filesystem::path& target);
 // Extracts the archive into the folder (created if needed, files of the same name overwritten).
 bool unpack(const boost::filesystem::path& package, const boost::filesystem::path& target);

@@ -12,6 +12,9 @@
 #include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <ctime>
 #include <fstream>
 #include <string>
@@ -51,41 +54,34 @@ std::string archiveName()
     return std::string("halvo-softphone-report-") + time + "-" + PRODUCT_VERSION + ".zip";
 }
 
+// Private: the report copies the user's logs and the machine's tables.
 bool createFolder(const boost::filesystem::path& path)
 {
-    boost::system::error_code error;
-    boost::filesystem::create_directory(path, error);
-    if (error) {
+    if (::mkdir(path.c_str(), 0700) != 0) {
+        const boost::system::error_code error(errno, boost::system::system_category());
         HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to create folder") << LOG4CPLUS_TEXT(", error:") << error);
         return false;
     }
     return true;
 }
 
-} // namespace
-
-void printNetwork(const boost::filesystem::path& path)
+// A report that fails takes its copy of the logs and tables with it.
+void removeContainer(const boost::filesystem::path& container)
 {
-    HV_TRACE_FREE(path);
-    printTable<Network::TcpConnectionInfo>(path, Network::searchInTcpTable);
+    boost::system::error_code error;
+    boost::filesystem::remove_all(container, error);
+    if (error) {
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to remove container folder ") << container << LOG4CPLUS_TEXT(", error: ")
+                     << error);
+    }
 }
 
-void printTaskList(const boost::filesystem::path& path)
+// Builds the report in the container; the archive's path, or empty on failure.
+boost::filesystem::path buildReport(const boost::filesystem::path& container)
 {
-    HV_TRACE_FREE(path);
-    printTable<TaskList::TaskInfo>(path, TaskList::searchInTable);
-}
-
-boost::filesystem::path prepareReport()
-{
-    HV_TRACE_FREE();
-
-    const boost::filesystem::path container = tempDirectory() / uniqueName();
-    HV_LOG_DEBUG(LOG4CPLUS_TEXT("Temporary folder: ") << container);
-
     const boost::filesystem::path report = container / REPORT_FOLDER;
     const boost::filesystem::path logs = report / LOGS_FOLDER;
-    if (!createFolder(container) || !createFolder(report) || !createFolder(logs))
+    if (!createFolder(report) || !createFolder(logs))
         return {};
 
     HV_LOG_DEBUG(LOG4CPLUS_TEXT("Creating netstat file"));
@@ -114,9 +110,22 @@ boost::filesystem::path prepareReport()
                      << error.message());
         return {};
     }
-    const boost::filesystem::path archive = downloads / archiveName();
-    if (!Compression::pack(report, archive))
+    // Written under a hidden name of its own and renamed once complete, so that the download
+    // folder never shows a half-written archive.
+    const std::string name = archiveName();
+    const boost::filesystem::path archive = downloads / name;
+    const boost::filesystem::path partial = downloads / ("." + name + "." + uniqueName() + ".part");
+    if (!Compression::pack(report, partial)) {
+        boost::filesystem::remove(partial, error);
         return {};
+    }
+    boost::filesystem::rename(partial, archive, error);
+    if (error) {
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to rename ") << partial << LOG4CPLUS_TEXT(" to ") << archive
+                     << LOG4CPLUS_TEXT(", error: ") << error.message());
+        boost::filesystem::remove(partial, error);
+        return {};
+    }
 
     // The container stays, empty, in the temporary folder.
     boost::filesystem::remove_all(report, error);
@@ -124,6 +133,35 @@ boost::filesystem::path prepareReport()
         HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to remove container folder ") << report << LOG4CPLUS_TEXT(", error: ")
                      << error);
     }
+    return archive;
+}
+
+} // namespace
+
+void printNetwork(const boost::filesystem::path& path)
+{
+    HV_TRACE_FREE(path);
+    printTable<Network::TcpConnectionInfo>(path, Network::searchInTcpTable);
+}
+
+void printTaskList(const boost::filesystem::path& path)
+{
+    HV_TRACE_FREE(path);
+    printTable<TaskList::TaskInfo>(path, TaskList::searchInTable);
+}
+
+boost::filesystem::path prepareReport()
+{
+    HV_TRACE_FREE();
+
+    const boost::filesystem::path container = tempDirectory() / uniqueName();
+    HV_LOG_DEBUG(LOG4CPLUS_TEXT("Temporary folder: ") << container);
+    if (!createFolder(container))
+        return {};
+
+    const boost::filesystem::path archive = buildReport(container);
+    if (archive.empty())
+        removeContainer(container);
     return archive;
 }
 

@@ -6,6 +6,7 @@
 #include "HvTray.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCursor>
 #include <QMenu>
 #include <QMessageBox>
@@ -49,14 +50,19 @@ const QIcon& trayIcon(Hv::Tray::Icon icon)
 HvTray::HvTray()
     : m_statusBarItem(new QSystemTrayIcon(this))
     , m_menu(new QMenu())
+    , m_collectLogsAction(nullptr)
+    , m_reportRunner(Hv::Tray::ReportRunner::create([](Hv::Tray::ReportRunner::Task task) {
+        // From the worker: runs on this thread once the event loop gets to it.
+        QMetaObject::invokeMethod(qApp, std::move(task), Qt::QueuedConnection);
+    }))
 {
     HV_TRACE();
     // Qt falls back from a StatusNotifier host to the XEmbed tray; with neither the item is
     // invisible but the application still follows the service.
     if (!QSystemTrayIcon::isSystemTrayAvailable())
         HV_LOG_WARN("No system tray is available; the status item will not be shown");
-    QAction* action = m_menu->addAction(QStringLiteral("Collect logs into a ZIP file"));
-    QObject::connect(action, &QAction::triggered, this, [this] { collectLogs(); });
+    m_collectLogsAction = m_menu->addAction(QString::fromUtf8(Hv::Tray::COLLECT_LOGS_TITLE));
+    QObject::connect(m_collectLogsAction, &QAction::triggered, this, [this] { collectLogs(); });
     m_statusBarItem->setContextMenu(m_menu);
     // The item has nothing but its menu, so a left click opens it too, as a click does on macOS;
     // the right click is the panel's (or the XEmbed tray's) own.
@@ -88,8 +94,18 @@ void HvTray::setIcon(const QIcon& image, const QString& status)
 void HvTray::collectLogs()
 {
     HV_TRACE();
-    // Synchronous by design: the item does not respond until the report is done.
-    const boost::filesystem::path report = Hv::IssueCollector::prepareReport();
+    // The runner refuses a second report; the disabled entry tells the user why.
+    if (!m_reportRunner->start([this](const boost::filesystem::path& report) { reportDone(report); }))
+        return;
+    m_collectLogsAction->setEnabled(false);
+    m_collectLogsAction->setText(QString::fromUtf8(Hv::Tray::COLLECTING_LOGS_TITLE));
+}
+
+void HvTray::reportDone(const boost::filesystem::path& report)
+{
+    HV_TRACE(report);
+    m_collectLogsAction->setText(QString::fromUtf8(Hv::Tray::COLLECT_LOGS_TITLE));
+    m_collectLogsAction->setEnabled(true);
     if (report.empty()) {
         QMessageBox alert(QMessageBox::Information, QStringLiteral("Halvo Softphone"),
                           QStringLiteral("Error while preparing logs"), QMessageBox::Ok);
@@ -98,6 +114,12 @@ void HvTray::collectLogs()
         return;
     }
     Hv::Tray::revealFile(report);
+}
+
+void HvTray::finishReport()
+{
+    HV_TRACE();
+    m_reportRunner->finish();
 }
 
 namespace Hv::Tray {

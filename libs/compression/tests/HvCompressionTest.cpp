@@ -5,6 +5,9 @@
 
 #include <boost/filesystem.hpp>
 
+#include <regex>
+#include <utility>
+
 namespace {
 
 namespace fs = boost::filesystem;
@@ -43,6 +46,16 @@ TEST(Compression, PacksListsAndUnpacksWhateverThePathsHoldAndLeavesNoTemporaryFo
             EXPECT_EQ(readFile(target / ("dir " + name) / "a.txt"), "alpha\n");
             EXPECT_EQ(readFile(target / ("dir " + name) / "sub" / "b.bin"), std::string("\0\1\2zip", 6));
         }
+
+        // Packed logs are stored as they are, however well they would compress; text is deflated.
+        const std::string text(64 * 1024, 'a');
+        writeFile(root.path() / "logs" / "today.log", text);
+        writeFile(root.path() / "logs" / "yesterday.gz", text);
+        writeFile(root.path() / "logs" / "older.zip", text);
+        ASSERT_TRUE(Hv::Compression::pack(root.path() / "logs", root.path() / "logs.zip"));
+        const std::string verbose = commandOutput("unzip -v '" + (root.path() / "logs.zip").string() + "'");
+        for (const auto& [name, method] : {std::pair{"today.log", "Defl:"}, {"yesterday.gz", "Stored"}, {"older.zip", "Stored"}})
+            EXPECT_TRUE(std::regex_search(verbose, std::regex(std::string(method) + ".* logs/" + name + "\n"))) << verbose;
 
         // Failures are false, also with the shell's characters in the archive's path.
         const fs::path odd = root.path() / "a$b`c\"d\\e.zip";
