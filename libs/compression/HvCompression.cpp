@@ -78,6 +78,56 @@ bool pack(const boost::filesystem::path& source, const boost::filesystem::path& 
     return status == 0;
 }
 
+Packing::Packing(const boost::filesystem::path& base, const std::vector<boost::filesystem::path>& names,
+                 const boost::filesystem::path& target)
+    : m_base(base)
+{
+    HV_TRACE(base, target);
+    Command command(zipCmd());
+    command.option("-q").option("-r").option("-n").option(".gz:.zip").path(target);
+    for (const boost::filesystem::path& name : names)
+        command.path(name);
+    m_command = command.text;
+    m_child = startProgram(command.arguments, boost::filesystem::path(), base);
+}
+
+Packing::~Packing()
+{
+    HV_TRACE();
+    wait();
+}
+
+bool Packing::wait()
+{
+    HV_TRACE(m_child, m_waited);
+    if (m_waited)
+        return m_result;
+    m_waited = true;
+    const int status = m_child < 0 ? 127 : waitProgram(m_child, zipCmd());
+    if (status != 0) {
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to pack folder: ") << m_base << LOG4CPLUS_TEXT(", cmd: ") << m_command
+                     << LOG4CPLUS_TEXT(", error=") << status);
+    }
+    m_result = status == 0;
+    return m_result;
+}
+
+bool add(const boost::filesystem::path& base, const std::vector<boost::filesystem::path>& names,
+         const boost::filesystem::path& target)
+{
+    HV_TRACE_FREE(base, target);
+    Command command(zipCmd());
+    command.option("-q").option("-g").path(target);
+    for (const boost::filesystem::path& name : names)
+        command.path(name);
+    const int status = command.run(boost::filesystem::path(), base);
+    if (status != 0) {
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to add to archive: ") << target << LOG4CPLUS_TEXT(", cmd: ") << command.text
+                     << LOG4CPLUS_TEXT(", error=") << status);
+    }
+    return status == 0;
+}
+
 bool unpack(const boost::filesystem::path& package, const boost::filesystem::path& target)
 {
     HV_TRACE_FREE(package, target);

@@ -84,12 +84,6 @@ boost::filesystem::path buildReport(const boost::filesystem::path& container)
     if (!createFolder(report) || !createFolder(logs))
         return {};
 
-    HV_LOG_DEBUG(LOG4CPLUS_TEXT("Creating netstat file"));
-    printNetwork(report / NETWORK_FILE);
-
-    HV_LOG_DEBUG(LOG4CPLUS_TEXT("Creating tasklist file"));
-    printTaskList(report / TASK_LIST_FILE);
-
     HV_LOG_DEBUG(LOG4CPLUS_TEXT("Copying softphoe logs to ") << logs);
     try {
         if (!copyDirectory(logsDirectory(), logs))
@@ -100,7 +94,6 @@ boost::filesystem::path buildReport(const boost::filesystem::path& container)
         return {};
     }
 
-    HV_LOG_DEBUG(LOG4CPLUS_TEXT("Compressing debug files"));
     // A fresh account may not have its download folder yet; browsers make it, and so do we.
     const boost::filesystem::path& downloads = downloadsDirectory();
     boost::system::error_code error;
@@ -115,14 +108,29 @@ boost::filesystem::path buildReport(const boost::filesystem::path& container)
     const std::string name = archiveName();
     const boost::filesystem::path archive = downloads / name;
     const boost::filesystem::path partial = downloads / ("." + name + "." + uniqueName() + ".part");
-    if (!Compression::pack(report, partial)) {
-        boost::filesystem::remove(partial, error);
-        return {};
+    const boost::filesystem::path reportName = REPORT_FOLDER;
+    bool packed = false;
+    {
+        // zip packs the logs meanwhile, in a process of its own; the listings follow in place.
+        HV_LOG_DEBUG(LOG4CPLUS_TEXT("Compressing debug files"));
+        Compression::Packing packing(container, {reportName / LOGS_FOLDER}, partial);
+
+        HV_LOG_DEBUG(LOG4CPLUS_TEXT("Creating netstat file"));
+        printNetwork(report / NETWORK_FILE);
+
+        HV_LOG_DEBUG(LOG4CPLUS_TEXT("Creating tasklist file"));
+        printTaskList(report / TASK_LIST_FILE);
+
+        packed = packing.wait() &&
+                 Compression::add(container, {reportName, reportName / NETWORK_FILE, reportName / TASK_LIST_FILE}, partial);
     }
-    boost::filesystem::rename(partial, archive, error);
-    if (error) {
-        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to rename ") << partial << LOG4CPLUS_TEXT(" to ") << archive
-                     << LOG4CPLUS_TEXT(", error: ") << error.message());
+    if (packed)
+        boost::filesystem::rename(partial, archive, error);
+    if (!packed || error) {
+        if (error) {
+            HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to rename ") << partial << LOG4CPLUS_TEXT(" to ") << archive
+                         << LOG4CPLUS_TEXT(", error: ") << error.message());
+        }
         boost::filesystem::remove(partial, error);
         return {};
     }

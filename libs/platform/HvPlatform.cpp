@@ -290,12 +290,22 @@ int runCommand(const std::string& command, const fs::path& outputFile, const fs:
     return std::system(PlatformDetail::commandLine(command, outputFile, workingDirectory).c_str());
 }
 
+namespace {
+const int CANNOT_START = 127;
+}
+
 int runProgram(const std::vector<std::string>& arguments, const fs::path& outputFile, const fs::path& workingDirectory)
 {
     HV_TRACE_FREE(arguments, outputFile, workingDirectory);
-    const int CANNOT_START = 127;
+    const pid_t child = startProgram(arguments, outputFile, workingDirectory);
+    return child < 0 ? CANNOT_START : waitProgram(child, arguments[0]);
+}
+
+pid_t startProgram(const std::vector<std::string>& arguments, const fs::path& outputFile, const fs::path& workingDirectory)
+{
+    HV_TRACE_FREE(arguments, outputFile, workingDirectory);
     if (arguments.empty())
-        return CANNOT_START;
+        return -1;
     std::vector<char*> argv;
     for (const std::string& argument : arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
@@ -318,13 +328,18 @@ int runProgram(const std::vector<std::string>& arguments, const fs::path& output
         // A failed change of directory shows here too, so the folder is named.
         const std::string where = workingDirectory.empty() ? std::string("the current folder") : workingDirectory.string();
         HV_LOG_ERROR("Unable to start " << arguments[0] << " in " << where << ": " << std::strerror(error));
-        return CANNOT_START;
+        return -1;
     }
+    return child;
+}
 
+int waitProgram(pid_t child, const std::string& name)
+{
+    HV_TRACE_FREE(child, name);
     int status = 0;
     while (::waitpid(child, &status, 0) < 0) {
         if (errno != EINTR) {
-            HV_LOG_ERROR("Unable to wait for " << arguments[0] << ": " << std::strerror(errno));
+            HV_LOG_ERROR("Unable to wait for " << name << ": " << std::strerror(errno));
             return CANNOT_START;
         }
     }
