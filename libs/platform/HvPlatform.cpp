@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <regex>
 #include <sstream>
 
@@ -362,9 +363,13 @@ bool copyDirectory(fs::path from, fs::path to)
                 return false;
             }
         } else if (!fs::is_directory(entry.status(error))) {
-            fs::copy_file(source, target, fs::copy_options::overwrite_existing, error);
-            if (error) {
-                HV_LOG_ERROR("Unable to copy " << source << " file to " << to << ", error: " << LOG4CPLUS_STRING_TO_TSTRING(error.message()));
+            // The standard library's copy: boost 1.74's forces every copied file to disk, which
+            // makes a throw-away copy wait for the disk's other writers.
+            std::error_code copyError;
+            std::filesystem::copy_file(source.string(), target.string(), std::filesystem::copy_options::overwrite_existing,
+                                       copyError);
+            if (copyError) {
+                HV_LOG_ERROR("Unable to copy " << source << " file to " << to << ", error: " << LOG4CPLUS_STRING_TO_TSTRING(copyError.message()));
                 return false;
             }
         } else {
