@@ -11,15 +11,20 @@ namespace Hv::Tray {
 const char* const COLLECT_LOGS_TITLE = "Collect logs into a ZIP file";
 const char* const COLLECTING_LOGS_TITLE = "Collecting logs\u2026";
 
-ReportRunner::Shared ReportRunner::create(Post post, Report report)
+ReportRunner::Shared ReportRunner::create(Post post, Report report, Cancel cancel)
 {
     HV_TRACE_FREE();
-    return Shared(new ReportRunner(std::move(post), report ? std::move(report) : Report(&IssueCollector::prepareReport)));
+    if (!report) {
+        report = &IssueCollector::prepareReport;
+        cancel = &IssueCollector::cancelReport;
+    }
+    return Shared(new ReportRunner(std::move(post), std::move(report), std::move(cancel)));
 }
 
-ReportRunner::ReportRunner(Post post, Report report)
+ReportRunner::ReportRunner(Post post, Report report, Cancel cancel)
     : m_post(std::move(post))
     , m_report(std::move(report))
+    , m_cancel(std::move(cancel))
 {
     HV_TRACE();
 }
@@ -53,14 +58,16 @@ bool ReportRunner::start(OnDone onDone)
         } catch (const std::exception& error) {
             HV_LOG_ERROR("Unable to prepare the report: " << error.what());
         }
+        bool abandoned = false;
         {
             const std::lock_guard<std::mutex> lock(state->mutex);
             state->done = true;
-            // Nobody waits for the result any more: the application is ending.
-            if (state->abandoned)
-                return;
+            abandoned = state->abandoned;
         }
         state->finished.notify_all();
+        // Nobody waits for the result any more: the application is ending.
+        if (abandoned)
+            return;
         post([self, archive] {
             if (const Shared runner = self.lock())
                 runner->deliver(archive);
@@ -92,14 +99,27 @@ bool ReportRunner::finish(std::chrono::milliseconds limit)
     m_running = false;
     m_onDone = nullptr;
     std::unique_lock<std::mutex> lock(m_state->mutex);
-    if (m_state->finished.wait_for(lock, limit, [this] { return m_state->done; })) {
+    const auto done = [this] { return m_state->done; };
+    if (m_state->finished.wait_for(lock, limit, done)) {
         lock.unlock();
         m_worker.join();
         return true;
     }
+    // Its result is not wanted any more; cancelled, it removes what it has written.
     m_state->abandoned = true;
+    if (m_cancel) {
+        HV_LOG_WARN("The report is still being prepared after " << limit.count() << " ms; cancelling it");
+        lock.unlock();
+        m_cancel();
+        lock.lock();
+        if (m_state->finished.wait_for(lock, CANCEL_WAIT, done)) {
+            lock.unlock();
+            m_worker.join();
+            return false;
+        }
+    }
     lock.unlock();
-    HV_LOG_WARN("The report is still being prepared after " << limit.count() << " ms; not waiting any longer");
+    HV_LOG_WARN("The report is still being prepared; not waiting any longer");
     m_worker.detach();
     return false;
 }

@@ -26,13 +26,18 @@ public:
     // Queues a task to run on the user-interface thread; called from the worker.
     using Post = std::function<void(Task)>;
     using Report = std::function<boost::filesystem::path()>;
+    // Asks the running report to give up; called from the user-interface thread.
+    using Cancel = std::function<void()>;
     // The archive's path, or an empty path when the report failed.
     using OnDone = std::function<void(const boost::filesystem::path&)>;
 
-    // How long quitting waits for a report that is still being built.
+    // How long quitting waits for a report that is still being built, and then for the report
+    // to clean up once it has been cancelled.
     static constexpr std::chrono::seconds QUIT_WAIT{10};
+    static constexpr std::chrono::seconds CANCEL_WAIT{2};
 
-    static Shared create(Post post, Report report = {});
+    // Without a report: the diagnostics report, cancelled through IssueCollector::cancelReport.
+    static Shared create(Post post, Report report = {}, Cancel cancel = {});
     ~ReportRunner();
 
     ReportRunner(const ReportRunner&) = delete;
@@ -42,7 +47,8 @@ public:
     bool start(OnDone onDone);
     bool isRunning() const { return m_running; }
     // At quit: waits for a running report at most `limit` and drops its result. False when the
-    // report was still running; the worker is then left to the end of the process.
+    // report was still running: it is then cancelled and waited for CANCEL_WAIT more, and after
+    // that left to the end of the process.
     bool finish(std::chrono::milliseconds limit = QUIT_WAIT);
 
 private:
@@ -54,11 +60,12 @@ private:
         bool abandoned = false;
     };
 
-    ReportRunner(Post post, Report report);
+    ReportRunner(Post post, Report report, Cancel cancel);
     void deliver(const boost::filesystem::path& archive);
 
     Post m_post;
     Report m_report;
+    Cancel m_cancel;
     OnDone m_onDone;
     std::shared_ptr<State> m_state;
     std::thread m_worker;

@@ -6,6 +6,12 @@
 #include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
 
+#include <sys/wait.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+
 #include <string>
 #include <vector>
 
@@ -58,6 +64,10 @@ struct Command {
     }
 };
 
+// The zip process of the Packing that runs; 0 when none does. Cleared before the process is
+// reaped, so that its process id cannot have been reused when it is signalled.
+std::atomic<pid_t> g_packingChild{0};
+
 } // namespace
 
 bool pack(const boost::filesystem::path& source, const boost::filesystem::path& target)
@@ -89,6 +99,8 @@ Packing::Packing(const boost::filesystem::path& base, const std::vector<boost::f
         command.path(name);
     m_command = command.text;
     m_child = startProgram(command.arguments, boost::filesystem::path(), base);
+    if (m_child > 0)
+        g_packingChild = m_child;
 }
 
 Packing::~Packing()
@@ -103,6 +115,14 @@ bool Packing::wait()
     if (m_waited)
         return m_result;
     m_waited = true;
+    if (m_child > 0) {
+        // Waited for without reaping, so that cancelPacking() can only meet zip or its zombie.
+        siginfo_t info{};
+        while (::waitid(P_PID, static_cast<id_t>(m_child), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
+        }
+        pid_t expected = m_child;
+        g_packingChild.compare_exchange_strong(expected, 0);
+    }
     const int status = m_child < 0 ? 127 : waitProgram(m_child, zipCmd());
     if (status != 0) {
         HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to pack folder: ") << m_base << LOG4CPLUS_TEXT(", cmd: ") << m_command
@@ -110,6 +130,16 @@ bool Packing::wait()
     }
     m_result = status == 0;
     return m_result;
+}
+
+void cancelPacking()
+{
+    HV_TRACE_FREE();
+    const pid_t child = g_packingChild;
+    if (child > 0) {
+        HV_LOG_INFO(LOG4CPLUS_TEXT("Interrupting zip, process ") << child);
+        ::kill(child, SIGINT);
+    }
 }
 
 bool add(const boost::filesystem::path& base, const std::vector<boost::filesystem::path>& names,

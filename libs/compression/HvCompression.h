@@ -37,6 +37,10 @@ private:
     bool m_result = false;
 };
 
+// Interrupts the Packing that is running, if any (zip removes what it has written) and makes its
+// wait() fail. Safe from any thread.
+void cancelPacking();
+
 // Adds `names` (relative to `base`; a folder alone, not its content) to an existing archive, in
 // place: the archive is grown, not copied.
 bool add(const boost::filesystem::path& base, const std::vector<boost::filesystem::path>& names,

@@ -14,6 +14,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <fstream>
@@ -55,6 +56,8 @@ std::string archiveName()
 }
 
 // Private: the report copies the user's logs and the machine's tables.
+std::atomic<bool> g_cancelled{false};
+
 bool createFolder(const boost::filesystem::path& path)
 {
     if (::mkdir(path.c_str(), 0700) != 0) {
@@ -113,7 +116,12 @@ boost::filesystem::path buildReport(const boost::filesystem::path& container)
     {
         // zip packs the logs meanwhile, in a process of its own; the listings follow in place.
         HV_LOG_DEBUG(LOG4CPLUS_TEXT("Compressing debug files"));
+        if (g_cancelled)
+            return {};
         Compression::Packing packing(container, {reportName / LOGS_FOLDER}, partial);
+        // A cancel that came while zip was being started.
+        if (g_cancelled)
+            Compression::cancelPacking();
 
         HV_LOG_DEBUG(LOG4CPLUS_TEXT("Creating netstat file"));
         printNetwork(report / NETWORK_FILE);
@@ -158,9 +166,17 @@ void printTaskList(const boost::filesystem::path& path)
     printTable<TaskList::TaskInfo>(path, TaskList::searchInTable);
 }
 
+void cancelReport()
+{
+    HV_TRACE_FREE();
+    g_cancelled = true;
+    Compression::cancelPacking();
+}
+
 boost::filesystem::path prepareReport()
 {
     HV_TRACE_FREE();
+    g_cancelled = false;
 
     const boost::filesystem::path container = tempDirectory() / uniqueName();
     HV_LOG_DEBUG(LOG4CPLUS_TEXT("Temporary folder: ") << container);
