@@ -331,8 +331,8 @@ pid_t startProgram(const std::vector<std::string>& arguments, const fs::path& ou
     sigset_t signals;
     sigemptyset(&signals);
     posix_spawnattr_setsigmask(&attributes, &signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE})
-        sigaddset(&signals, signal);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE})
+        sigaddset(&signals, number);
     posix_spawnattr_setsigdefault(&attributes, &signals);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     const int error = posix_spawnp(&child, argv[0], &actions, &attributes, argv.data(), environ);
