@@ -6,6 +6,12 @@
 #include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
 
+#include <sys/wait.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+
 #include <string>
 #include <vector>
 
@@ -58,6 +64,10 @@ struct Command {
     }
 };
 
+// The zip process of the Packing that runs; 0 when none does. Cleared before the process is
+// reaped, so that its process id cannot have been reused when it is signalled.
+std::atomic<pid_t> g_packingChild{0};
+
 } // namespace
 
 bool pack(const boost::filesystem::path& source, const boost::filesystem::path& target)
@@ -65,13 +75,84 @@ bool pack(const boost::filesystem::path& source, const boost::filesystem::path& 
     HV_TRACE_FREE(source, target);
 
     // The archive path as given, the folder by its name from its parent, so that the entries
-    // start with the folder's name.
+    // start with the folder's name. Packed logs are stored as they are: compressing them again
+    // costs time and gains nothing.
     const boost::filesystem::path workingDirectory = source.parent_path();
     Command command(zipCmd());
-    command.option("-q").option("-r").path(target).path(source.filename());
+    command.option("-q").option("-r").option("-n").option(".gz:.zip").path(target).path(source.filename());
     const int status = command.run(boost::filesystem::path(), workingDirectory);
     if (status != 0) {
         HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to pack folder: ") << source << LOG4CPLUS_TEXT(", cmd: ") << command.text
+                     << LOG4CPLUS_TEXT(", error=") << status);
+    }
+    return status == 0;
+}
+
+Packing::Packing(const boost::filesystem::path& base, const std::vector<boost::filesystem::path>& names,
+                 const boost::filesystem::path& target)
+    : m_base(base)
+{
+    HV_TRACE(base, target);
+    Command command(zipCmd());
+    command.option("-q").option("-r").option("-n").option(".gz:.zip").path(target);
+    for (const boost::filesystem::path& name : names)
+        command.path(name);
+    m_command = command.text;
+    m_child = startProgram(command.arguments, boost::filesystem::path(), base);
+    if (m_child > 0)
+        g_packingChild = m_child;
+}
+
+Packing::~Packing()
+{
+    HV_TRACE();
+    wait();
+}
+
+bool Packing::wait()
+{
+    HV_TRACE(m_child, m_waited);
+    if (m_waited)
+        return m_result;
+    m_waited = true;
+    if (m_child > 0) {
+        // Waited for without reaping, so that cancelPacking() can only meet zip or its zombie.
+        siginfo_t info{};
+        while (::waitid(P_PID, static_cast<id_t>(m_child), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
+        }
+        pid_t expected = m_child;
+        g_packingChild.compare_exchange_strong(expected, 0);
+    }
+    const int status = m_child < 0 ? 127 : waitProgram(m_child, zipCmd());
+    if (status != 0) {
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to pack folder: ") << m_base << LOG4CPLUS_TEXT(", cmd: ") << m_command
+                     << LOG4CPLUS_TEXT(", error=") << status);
+    }
+    m_result = status == 0;
+    return m_result;
+}
+
+void cancelPacking()
+{
+    HV_TRACE_FREE();
+    const pid_t child = g_packingChild;
+    if (child > 0) {
+        HV_LOG_INFO(LOG4CPLUS_TEXT("Interrupting zip, process ") << child);
+        ::kill(child, SIGINT);
+    }
+}
+
+bool add(const boost::filesystem::path& base, const std::vector<boost::filesystem::path>& names,
+         const boost::filesystem::path& target)
+{
+    HV_TRACE_FREE(base, target);
+    Command command(zipCmd());
+    command.option("-q").option("-g").path(target);
+    for (const boost::filesystem::path& name : names)
+        command.path(name);
+    const int status = command.run(boost::filesystem::path(), base);
+    if (status != 0) {
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to add to archive: ") << target << LOG4CPLUS_TEXT(", cmd: ") << command.text
                      << LOG4CPLUS_TEXT(", error=") << status);
     }
     return status == 0;

@@ -12,6 +12,10 @@
 #include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
 
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cerrno>
 #include <ctime>
 #include <fstream>
 #include <string>
@@ -51,15 +55,101 @@ std::string archiveName()
     return std::string("halvo-softphone-report-") + time + "-" + PRODUCT_VERSION + ".zip";
 }
 
+// Private: the report copies the user's logs and the machine's tables.
+std::atomic<bool> g_cancelled{false};
+
 bool createFolder(const boost::filesystem::path& path)
 {
-    boost::system::error_code error;
-    boost::filesystem::create_directory(path, error);
-    if (error) {
+    if (::mkdir(path.c_str(), 0700) != 0) {
+        const boost::system::error_code error(errno, boost::system::system_category());
         HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to create folder") << LOG4CPLUS_TEXT(", error:") << error);
         return false;
     }
     return true;
+}
+
+// A report that fails takes its copy of the logs and tables with it.
+void removeContainer(const boost::filesystem::path& container)
+{
+    boost::system::error_code error;
+    boost::filesystem::remove_all(container, error);
+    if (error) {
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to remove container folder ") << container << LOG4CPLUS_TEXT(", error: ")
+                     << error);
+    }
+}
+
+// Builds the report in the container; the archive's path, or empty on failure.
+boost::filesystem::path buildReport(const boost::filesystem::path& container)
+{
+    const boost::filesystem::path report = container / REPORT_FOLDER;
+    const boost::filesystem::path logs = report / LOGS_FOLDER;
+    if (!createFolder(report) || !createFolder(logs))
+        return {};
+
+    HV_LOG_DEBUG(LOG4CPLUS_TEXT("Copying softphoe logs to ") << logs);
+    try {
+        if (!copyDirectory(logsDirectory(), logs))
+            return {};
+    } catch (const boost::filesystem::filesystem_error& error) {
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to copy ") << logsDirectory() << LOG4CPLUS_TEXT(", error: ")
+                     << error.what());
+        return {};
+    }
+
+    // A fresh account may not have its download folder yet; browsers make it, and so do we.
+    const boost::filesystem::path& downloads = downloadsDirectory();
+    boost::system::error_code error;
+    boost::filesystem::create_directories(downloads, error);
+    if (error) {
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to create download folder ") << downloads << LOG4CPLUS_TEXT(", error: ")
+                     << error.message());
+        return {};
+    }
+    // Written under a hidden name of its own and renamed once complete, so that the download
+    // folder never shows a half-written archive.
+    const std::string name = archiveName();
+    const boost::filesystem::path archive = downloads / name;
+    const boost::filesystem::path partial = downloads / ("." + name + "." + uniqueName() + ".part");
+    const boost::filesystem::path reportName = REPORT_FOLDER;
+    bool packed = false;
+    {
+        // zip packs the logs meanwhile, in a process of its own; the listings follow in place.
+        HV_LOG_DEBUG(LOG4CPLUS_TEXT("Compressing debug files"));
+        if (g_cancelled)
+            return {};
+        Compression::Packing packing(container, {reportName / LOGS_FOLDER}, partial);
+        // A cancel that came while zip was being started.
+        if (g_cancelled)
+            Compression::cancelPacking();
+
+        HV_LOG_DEBUG(LOG4CPLUS_TEXT("Creating netstat file"));
+        printNetwork(report / NETWORK_FILE);
+
+        HV_LOG_DEBUG(LOG4CPLUS_TEXT("Creating tasklist file"));
+        printTaskList(report / TASK_LIST_FILE);
+
+        packed = packing.wait() &&
+                 Compression::add(container, {reportName, reportName / NETWORK_FILE, reportName / TASK_LIST_FILE}, partial);
+    }
+    if (packed)
+        boost::filesystem::rename(partial, archive, error);
+    if (!packed || error) {
+        if (error) {
+            HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to rename ") << partial << LOG4CPLUS_TEXT(" to ") << archive
+                         << LOG4CPLUS_TEXT(", error: ") << error.message());
+        }
+        boost::filesystem::remove(partial, error);
+        return {};
+    }
+
+    // The container stays, empty, in the temporary folder.
+    boost::filesystem::remove_all(report, error);
+    if (error) {
+        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to remove container folder ") << report << LOG4CPLUS_TEXT(", error: ")
+                     << error);
+    }
+    return archive;
 }
 
 } // namespace
@@ -76,54 +166,26 @@ void printTaskList(const boost::filesystem::path& path)
     printTable<TaskList::TaskInfo>(path, TaskList::searchInTable);
 }
 
+void cancelReport()
+{
+    HV_TRACE_FREE();
+    g_cancelled = true;
+    Compression::cancelPacking();
+}
+
 boost::filesystem::path prepareReport()
 {
     HV_TRACE_FREE();
+    g_cancelled = false;
 
     const boost::filesystem::path container = tempDirectory() / uniqueName();
     HV_LOG_DEBUG(LOG4CPLUS_TEXT("Temporary folder: ") << container);
-
-    const boost::filesystem::path report = container / REPORT_FOLDER;
-    const boost::filesystem::path logs = report / LOGS_FOLDER;
-    if (!createFolder(container) || !createFolder(report) || !createFolder(logs))
+    if (!createFolder(container))
         return {};
 
-    HV_LOG_DEBUG(LOG4CPLUS_TEXT("Creating netstat file"));
-    printNetwork(report / NETWORK_FILE);
-
-    HV_LOG_DEBUG(LOG4CPLUS_TEXT("Creating tasklist file"));
-    printTaskList(report / TASK_LIST_FILE);
-
-    HV_LOG_DEBUG(LOG4CPLUS_TEXT("Copying softphoe logs to ") << logs);
-    try {
-        if (!copyDirectory(logsDirectory(), logs))
-            return {};
-    } catch (const boost::filesystem::filesystem_error& error) {
-        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to copy ") << logsDirectory() << LOG4CPLUS_TEXT(", error: ")
-                     << error.what());
-        return {};
-    }
-
-    HV_LOG_DEBUG(LOG4CPLUS_TEXT("Compressing debug files"));
-    // A fresh account may not have its download folder yet; browsers make it, and so do we.
-    const boost::filesystem::path& downloads = downloadsDirectory();
-    boost::system::error_code error;
-    boost::filesystem::create_directories(downloads, error);
-    if (error) {
-        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to create download folder ") << downloads << LOG4CPLUS_TEXT(", error: ")
-                     << error.message());
-        return {};
-    }
-    const boost::filesystem::path archive = downloads / archiveName();
-    if (!Compression::pack(report, archive))
-        return {};
-
-    // The container stays, empty, in the temporary folder.
-    boost::filesystem::remove_all(report, error);
-    if (error) {
-        HV_LOG_ERROR(LOG4CPLUS_TEXT("Unable to remove container folder ") << report << LOG4CPLUS_TEXT(", error: ")
-                     << error);
-    }
+    const boost::filesystem::path archive = buildReport(container);
+    if (archive.empty())
+        removeContainer(container);
     return archive;
 }
 

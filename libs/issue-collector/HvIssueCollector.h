@@ -9,6 +9,10 @@ namespace Hv::IssueCollector {
 // archive's path, or an empty path on any failure (the reason is in the log).
 boost::filesystem::path prepareReport();
 
+// Asks a report that is being built, from any thread, to give up: the archive being written is
+// dropped and prepareReport() returns an empty path, leaving nothing behind.
+void cancelReport();
+
 // The two listings of the report, one record per line (the file is created or truncated).
 // Public so that the benchmark can time them on their own.
 void printNetwork(const boost::filesystem::path& path);

@@ -13,12 +13,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <sstream>
 #include <string_view>
 
@@ -316,12 +318,22 @@ int runCommand(const std::string& command, const fs::path& outputFile, const fs:
     return std::system(PlatformDetail::commandLine(command, outputFile, workingDirectory).c_str());
 }
 
+namespace {
+const int CANNOT_START = 127;
+}
+
 int runProgram(const std::vector<std::string>& arguments, const fs::path& outputFile, const fs::path& workingDirectory)
 {
     HV_TRACE_FREE(arguments, outputFile, workingDirectory);
-    const int CANNOT_START = 127;
+    const pid_t child = startProgram(arguments, outputFile, workingDirectory);
+    return child < 0 ? CANNOT_START : waitProgram(child, arguments[0]);
+}
+
+pid_t startProgram(const std::vector<std::string>& arguments, const fs::path& outputFile, const fs::path& workingDirectory)
+{
+    HV_TRACE_FREE(arguments, outputFile, workingDirectory);
     if (arguments.empty())
-        return CANNOT_START;
+        return -1;
     std::vector<char*> argv;
     for (const std::string& argument : arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
@@ -338,19 +350,36 @@ int runProgram(const std::vector<std::string>& arguments, const fs::path& output
     else
         posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
     pid_t child = -1;
-    const int error = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
+    // The program starts with the signals as a fresh process has them, whatever this process
+    // blocks or ignores: it can then be interrupted, and clean up after itself.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t signals;
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes, &signals);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE})
+        sigaddset(&signals, number);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    const int error = posix_spawnp(&child, argv[0], &actions, &attributes, argv.data(), environ);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) {
         // A failed change of directory shows here too, so the folder is named.
         const std::string where = workingDirectory.empty() ? std::string("the current folder") : workingDirectory.string();
         HV_LOG_ERROR("Unable to start " << arguments[0] << " in " << where << ": " << std::strerror(error));
-        return CANNOT_START;
+        return -1;
     }
+    return child;
+}
 
+int waitProgram(pid_t child, const std::string& name)
+{
+    HV_TRACE_FREE(child, name);
     int status = 0;
     while (::waitpid(child, &status, 0) < 0) {
         if (errno != EINTR) {
-            HV_LOG_ERROR("Unable to wait for " << arguments[0] << ": " << std::strerror(errno));
+            HV_LOG_ERROR("Unable to wait for " << name << ": " << std::strerror(errno));
             return CANNOT_START;
         }
     }
@@ -373,9 +402,13 @@ bool copyDirectory(fs::path from, fs::path to)
                 return false;
             }
         } else if (!fs::is_directory(entry.status(error))) {
-            fs::copy_file(source, target, fs::copy_options::overwrite_existing, error);
-            if (error) {
-                HV_LOG_ERROR("Unable to copy " << source << " file to " << to << ", error: " << LOG4CPLUS_STRING_TO_TSTRING(error.message()));
+            // The standard library's copy: boost 1.74's forces every copied file to disk, which
+            // makes a throw-away copy wait for the disk's other writers.
+            std::error_code copyError;
+            std::filesystem::copy_file(source.string(), target.string(), std::filesystem::copy_options::overwrite_existing,
+                                       copyError);
+            if (copyError) {
+                HV_LOG_ERROR("Unable to copy " << source << " file to " << to << ", error: " << LOG4CPLUS_STRING_TO_TSTRING(copyError.message()));
                 return false;
             }
         } else {

@@ -2,6 +2,8 @@
 
 #include <boost/filesystem/path.hpp>
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -54,6 +56,12 @@ int runCommand(const std::string& command, const boost::filesystem::path& output
 // the signal number when a signal ended it, or 127 when it could not be started (logged).
 int runProgram(const std::vector<std::string>& arguments, const boost::filesystem::path& outputFile,
                const boost::filesystem::path& workingDirectory);
+// runProgram in two halves, so that the caller works on while the program runs: startProgram
+// returns the child's process id at once (-1 when it could not be started, logged), and
+// waitProgram waits for it and returns what runProgram would (`name` is for the log).
+pid_t startProgram(const std::vector<std::string>& arguments, const boost::filesystem::path& outputFile,
+                   const boost::filesystem::path& workingDirectory);
+int waitProgram(pid_t child, const std::string& name);
 // Copies the entries of `from` into the existing folder `to`; stops at the first failure.
 bool copyDirectory(boost::filesystem::path from, boost::filesystem::path to);
 // Masks the values of "password" and "engineLicense" members before a body is logged.

@@ -705,6 +705,80 @@ class LongInputE2E(Harness):
                           len(tray.log_lines("WARN", "Unexpected status; ignored"))), (None, 1, [], 1))
 
 
+class LiveReportE2E(Harness):
+    # The report is built beside the event loop: the item follows the service meanwhile, its entry
+    # says so, and quitting waits for it. The log folder makes a report take seconds: packed parts
+    # (stored) and text that does not compress, written once and linked into each tray's folder.
+    @classmethod
+    def setUpClass(cls):
+        cls.big_logs = tempfile.mkdtemp(prefix="hv-e2e-logs-")
+        cls.addClassCleanup(shutil.rmtree, cls.big_logs, True)
+        for name, megabytes in (("HalvoSoftphone-2026-11-20.gz", 120), ("HalvoSoftphone-2026-11-23.log", 48)):
+            write(os.path.join(cls.big_logs, name), os.urandom(megabytes << 20))
+
+    def start_with_big_logs(self):
+        tray = self.start({"XDG_CONFIG_HOME": os.path.join(self.root, "no-config")})
+        for name in os.listdir(self.big_logs):
+            os.link(os.path.join(self.big_logs, name), os.path.join(tray.logs, name))
+        tray.downloads = os.path.join(tray.root, "Downloads")
+        return tray
+
+    def entry(self, tray):
+        # The menu, its one entry's id, label and whether it is enabled, as a panel reads them.
+        menu = self.bus.get_object(tray.item.bus_name, prop(tray.item, "Menu"))
+        layout = menu.GetLayout(0, -1, dbus.Array([], signature="s"), dbus_interface=MENU_INTERFACE)[1]
+        [(entry, properties)] = [(c[0], c[1]) for c in layout[2] if c[1].get("visible", True)]
+        return menu, entry, str(properties.get("label")), bool(properties.get("enabled", True))
+
+    def click(self, tray):
+        menu, entry, _, _ = self.entry(tray)
+        menu.Event(entry, "clicked", dbus.Int32(0, variant_level=1), dbus.UInt32(0), dbus_interface=MENU_INTERFACE,
+                   reply_handler=lambda *a: None, error_handler=lambda *a: None)
+
+    def assert_archive(self, tray, path):
+        self.assertRegex(os.path.basename(path), r"^halvo-softphone-report-\d{4}-\d\d-\d\d_\d{6}_UTC-130\.264\.0\.zip$")
+        with zipfile.ZipFile(path) as z:
+            self.assertIsNone(z.testzip())
+            self.assertEqual(z.getinfo("report/logs/HalvoSoftphone-2026-11-20.gz").file_size, 120 << 20)
+
+    def test_item_follows_the_service_during_a_report_and_a_second_click_starts_none(self):
+        self.bus.request_name(FILE_MANAGER)
+        self.addCleanup(self.bus.release_name, FILE_MANAGER)
+        tray = self.start_with_big_logs()
+        self.assertEqual(self.entry(tray)[2:], ("Collect logs into a ZIP file", True))
+        self.click(tray)
+        self.click(tray)
+        pump(0.3)
+        # At the pump's pace, not after the report (a busy tray answers the service and the panel
+        # late, too).
+        sent = time.monotonic()
+        tray.peer("--status", "Waiting,Socket")
+        self.wait_tool_tip(tray.item, "Error: Port busy")
+        self.assertLess(time.monotonic() - sent, 1.0)
+        self.assertEqual(self.entry(tray)[2:], ("Collecting logs\u2026", False))
+        wait_for(lambda: self.watcher.calls, "ShowItems", timeout=60)
+        self.assertEqual(self.entry(tray)[2:], ("Collect logs into a ZIP file", True))
+        # One report, one archive, shown once.
+        pump(0.5)
+        [archive] = os.listdir(tray.downloads)
+        self.assertEqual(self.watcher.calls, [("ShowItems", ["file://" + urllib.parse.quote(os.path.join(tray.downloads, archive), safe="/")], "")])
+        self.assertEqual(len(tray.log_lines("DEBUG", "Temporary folder: ")), 1)
+        self.assert_archive(tray, os.path.join(tray.downloads, archive))
+
+    def test_closing_stdin_during_a_report_ends_the_tray_with_a_whole_archive_or_none(self):
+        tray = self.start_with_big_logs()
+        self.click(tray)
+        wait_for(lambda: self.entry(tray)[2] == "Collecting logs\u2026", "the report to start")
+        tray.process.stdin.close()
+        self.assertEqual(tray.process.wait(timeout=12), 0)
+        # In the download folder the whole archive or nothing; in the temporary folder no file.
+        left = os.listdir(tray.downloads) if os.path.exists(tray.downloads) else []
+        self.assertLessEqual(len(left), 1, left)
+        for name in left:
+            self.assert_archive(tray, os.path.join(tray.downloads, name))
+        self.assertEqual([name for _, _, files in os.walk(tray.env["TMPDIR"]) for name in files], [])
+
+
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
     for option in ("--tray", "--peer", "--icons"):  # the binaries; the shipped PNGs with {name} and {size}

@@ -6,6 +6,7 @@
 #include "HvTrace.h"
 #include "HvTray.h"
 #include "HvTrayIOService.h"
+#include "HvTrayImpl.h"
 
 std::unique_ptr<HvAppDelegate> HvAppDelegate::create()
 {
@@ -37,5 +38,7 @@ void HvAppDelegate::applicationDidFinishLaunching()
 void HvAppDelegate::applicationWillTerminate()
 {
     HV_TRACE();
+    // A report being built gets a little time to finish, so that no half-built one is left.
+    HvTray::instance()->finishReport();
     Hv::Tray::destroy();
 }

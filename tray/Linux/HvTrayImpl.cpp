@@ -1,12 +1,12 @@
 #include "HvTrayImpl.h"
 
 #include "HvFileReveal.h"
-#include "HvIssueCollector.h"
 #include "HvStatusNotifierItem.h"
 #include "HvTrace.h"
 #include "HvTray.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCursor>
 #include <QGuiApplication>
 #include <QMenu>
@@ -46,10 +46,15 @@ const QIcon& trayIcon(Hv::Tray::Icon icon)
 
 HvTray::HvTray()
     : m_menu(new QMenu())
+    , m_collectLogsAction(nullptr)
+    , m_reportRunner(Hv::Tray::ReportRunner::create([](Hv::Tray::ReportRunner::Task task) {
+        // From the worker: runs on this thread once the event loop gets to it.
+        QMetaObject::invokeMethod(qApp, std::move(task), Qt::QueuedConnection);
+    }))
 {
     HV_TRACE();
-    QAction* action = m_menu->addAction(QStringLiteral("Collect logs into a ZIP file"));
-    QObject::connect(action, &QAction::triggered, this, [this] { collectLogs(); });
+    m_collectLogsAction = m_menu->addAction(QString::fromUtf8(Hv::Tray::COLLECT_LOGS_TITLE));
+    QObject::connect(m_collectLogsAction, &QAction::triggered, this, [this] { collectLogs(); });
     if (HvStatusNotifierItem::watcherAvailable()) {
         m_item = new HvStatusNotifierItem(m_menu, [this] { popUpMenu(); }, this);
         return;
@@ -114,8 +119,18 @@ void HvTray::popUpMenu()
 void HvTray::collectLogs()
 {
     HV_TRACE();
-    // Synchronous by design: the item does not respond until the report is done.
-    const boost::filesystem::path report = Hv::IssueCollector::prepareReport();
+    // The runner refuses a second report; the disabled entry tells the user why.
+    if (!m_reportRunner->start([this](const boost::filesystem::path& report) { reportDone(report); }))
+        return;
+    m_collectLogsAction->setEnabled(false);
+    m_collectLogsAction->setText(QString::fromUtf8(Hv::Tray::COLLECTING_LOGS_TITLE));
+}
+
+void HvTray::reportDone(const boost::filesystem::path& report)
+{
+    HV_TRACE(report);
+    m_collectLogsAction->setText(QString::fromUtf8(Hv::Tray::COLLECT_LOGS_TITLE));
+    m_collectLogsAction->setEnabled(true);
     if (report.empty()) {
         QMessageBox alert(QMessageBox::Information, QStringLiteral("Halvo Softphone"),
                           QStringLiteral("Error while preparing logs"), QMessageBox::Ok);
@@ -124,6 +139,12 @@ void HvTray::collectLogs()
         return;
     }
     Hv::Tray::revealFile(report);
+}
+
+void HvTray::finishReport()
+{
+    HV_TRACE();
+    m_reportRunner->finish();
 }
 
 namespace Hv::Tray {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "HvReportRunner.h"
 #include "HvTray.h"
 
 #include <QIcon>
@@ -9,6 +10,7 @@
 #include <array>
 
 class HvStatusNotifierItem;
+class QAction;
 class QMenu;
 class QSystemTrayIcon;
 
@@ -26,8 +28,11 @@ public:
 
     // Shows the icon first, then the texts, and shows the item once it has an icon.
     void setPresentation(const Hv::Tray::Presentation& presentation);
-    // The menu action "Collect logs into a ZIP file".
+    // The menu action "Collect logs into a ZIP file": starts the report on its worker thread,
+    // the entry disabled until the result is back.
     void collectLogs();
+    // At quit: waits for a report that is being built, at most ReportRunner::QUIT_WAIT.
+    void finishReport();
     // A desktop notification from the item.
     void showMessage(const QString& title, const QString& text);
 
@@ -35,8 +40,12 @@ private:
     HvTray();
     // A click on the item that the host leaves to the application.
     void popUpMenu();
+    // Back on this thread: the entry enabled again, then the archive shown or the alert.
+    void reportDone(const boost::filesystem::path& report);
 
     QMenu* m_menu;
+    QAction* m_collectLogsAction;
+    Hv::Tray::ReportRunner::Shared m_reportRunner;
     HvStatusNotifierItem* m_item = nullptr;
     QSystemTrayIcon* m_statusBarItem = nullptr;
 };

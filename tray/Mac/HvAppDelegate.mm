@@ -1,4 +1,5 @@
 #import "HvAppDelegate.h"
+#import "HvTrayImpl.h"
 
 #include "HvServiceStatus.h"
 #include "HvSingleton.h"
@@ -42,6 +43,8 @@
 - (void)applicationWillTerminate:(NSNotification*)notification
 {
     HV_TRACE_SELF(notification);
+    // A report being built gets a little time to finish, so that no half-built one is left.
+    [[HvTray instance] finishReport];
     // The receiver goes with the process.
     Hv::Tray::destroy();
 }

@@ -11,8 +11,11 @@
 - (instancetype)init;
 // Sets the button's image, then its tool tip.
 - (void)setIcon:(NSImage*)icon status:(NSString*)status;
-// The menu action "Collect logs into a ZIP file".
+// The menu action "Collect logs into a ZIP file": starts the report on its worker thread, the
+// entry disabled until the result is back on the main queue.
 - (void)collectLogs;
+// At quit: waits for a report that is being built, at most ReportRunner::QUIT_WAIT.
+- (void)finishReport;
 + (HvTray*)instance;
 
 @end

@@ -1,6 +1,6 @@
 #import "HvTrayImpl.h"
 
-#include "HvIssueCollector.h"
+#include "HvReportRunner.h"
 #include "HvTrace.h"
 #include "HvTray.h"
 
@@ -36,7 +36,15 @@ NSImage* imageOf(Hv::Tray::Icon icon)
 
 } // namespace
 
-@implementation HvTray
+@interface HvTray ()
+// Back on the main queue: the entry enabled again, then the archive shown or the alert.
+- (void)reportDone:(const boost::filesystem::path&)report;
+@end
+
+@implementation HvTray {
+    NSMenuItem* m_collectLogsItem;
+    Hv::Tray::ReportRunner::Shared m_reportRunner;
+}
 
 @synthesize statusBarItem = _statusBarItem;
 
@@ -49,11 +57,18 @@ NSImage* imageOf(Hv::Tray::Icon icon)
     [self setStatusBarItem:[[NSStatusBar systemStatusBar] statusItemWithLength:-1.0]];
 
     NSMenu* menu = [[NSMenu alloc] initWithTitle:@""];
-    NSMenuItem* item = [menu addItemWithTitle:@"Collect logs into a ZIP file"
-                                       action:@selector(collectLogs)
-                                keyEquivalent:@""];
-    [item setTarget:self];
+    // The entry is disabled by hand while a report runs.
+    [menu setAutoenablesItems:NO];
+    m_collectLogsItem = [menu addItemWithTitle:platformString(Hv::Tray::COLLECT_LOGS_TITLE)
+                                        action:@selector(collectLogs)
+                                 keyEquivalent:@""];
+    [m_collectLogsItem setTarget:self];
     [[self statusBarItem] setMenu:menu];
+    m_reportRunner = Hv::Tray::ReportRunner::create([](Hv::Tray::ReportRunner::Task task) {
+        dispatch_async(dispatch_get_main_queue(), ^{
+            task();
+        });
+    });
     return self;
 }
 
@@ -67,8 +82,18 @@ NSImage* imageOf(Hv::Tray::Icon icon)
 - (void)collectLogs
 {
     HV_TRACE_SELF();
-    // Synchronous on purpose: the menu and the pump wait until the report is written.
-    const boost::filesystem::path report = Hv::IssueCollector::prepareReport();
+    // The runner refuses a second report; the disabled entry tells the user why.
+    if (!m_reportRunner->start([self](const boost::filesystem::path& report) { [self reportDone:report]; }))
+        return;
+    [m_collectLogsItem setEnabled:NO];
+    [m_collectLogsItem setTitle:platformString(Hv::Tray::COLLECTING_LOGS_TITLE)];
+}
+
+- (void)reportDone:(const boost::filesystem::path&)report
+{
+    HV_TRACE_SELF(report);
+    [m_collectLogsItem setTitle:platformString(Hv::Tray::COLLECT_LOGS_TITLE)];
+    [m_collectLogsItem setEnabled:YES];
     if (report.empty()) {
         CFUserNotificationDisplayAlert(0, 1, NULL, NULL, NULL, CFSTR("Error while preparing logs"),
                                        CFSTR("Unable to prepare Halvo softphone logs"), NULL, NULL, NULL, NULL);
@@ -77,6 +102,12 @@ NSImage* imageOf(Hv::Tray::Icon icon)
     NSString* path = [NSString stringWithUTF8String:report.string().c_str()];
     NSURL* url = [NSURL fileURLWithPath:path];
     [[NSWorkspace sharedWorkspace] activateFileViewerSelectingURLs:[NSArray arrayWithObjects:url, nil]];
+}
+
+- (void)finishReport
+{
+    HV_TRACE_SELF();
+    m_reportRunner->finish();
 }
 
 + (HvTray*)instance

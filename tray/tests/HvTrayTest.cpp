@@ -3,6 +3,7 @@
 
 #include "HvFileUri.h"
 #include "HvLogCapture.h"
+#include "HvReportRunner.h"
 #include "HvStatusMessageHandler.h"
 #include "HvTestSupport.h"
 #include "HvTray.h"
@@ -15,8 +16,11 @@
 
 #include <log4cplus/loglevel.h>
 
+#include <future>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
+#include <thread>
 #include <tuple>
 #include <unistd.h>
 
@@ -91,6 +95,42 @@ TEST(TrayIOServiceTest, RunsWhatIsPostedAfterTheContextRanOutOfWorkAndLogsWhatHa
     EXPECT_EQ(capture.messages(log4cplus::ERROR_LOG_LEVEL),
               (std::vector<std::string>{"Exception in an event handler: bind: No such file or directory",
                                         "Exception in an event handler: not a standard exception"}));
+}
+
+TEST(ReportRunnerTest, OneReportAtATimeItsResultThroughTheQueueAndNoneAfterQuitGaveUp)
+{
+    // The shell's queue to the user-interface thread: this thread, drained by hand.
+    std::mutex mutex;
+    std::vector<Hv::Tray::ReportRunner::Task> queue;
+    const auto post = [&](Hv::Tray::ReportRunner::Task task) { const std::lock_guard<std::mutex> lock(mutex); queue.push_back(std::move(task)); };
+    const auto queued = [&] { const std::lock_guard<std::mutex> lock(mutex); return queue.size(); };
+    std::vector<boost::filesystem::path> results;
+    const auto onDone = [&](const boost::filesystem::path& archive) { results.push_back(archive); };
+    const auto blockedReport = [](std::shared_future<void> go, const char* archive) {
+        return [go, archive] { go.wait(); return boost::filesystem::path(archive); };
+    };
+
+    std::promise<void> first;
+    const auto runner = Hv::Tray::ReportRunner::create(post, blockedReport(first.get_future().share(), "/d/a.zip"));
+    ASSERT_TRUE(runner->start(onDone));
+    EXPECT_FALSE(runner->start(onDone));
+    first.set_value();
+    while (queued() == 0)
+        std::this_thread::yield();
+    EXPECT_TRUE(results.empty() && runner->isRunning());
+    queue[0]();
+    EXPECT_EQ(results, std::vector<boost::filesystem::path>{"/d/a.zip"});
+    EXPECT_FALSE(runner->isRunning());
+
+    // Quitting gives a running report only so long; what it makes later is never delivered.
+    std::promise<void> late;
+    const auto slow = Hv::Tray::ReportRunner::create(post, blockedReport(late.get_future().share(), "/d/b.zip"));
+    ASSERT_TRUE(slow->start(onDone));
+    EXPECT_FALSE(slow->finish(std::chrono::milliseconds(100)));
+    EXPECT_FALSE(slow->isRunning());
+    late.set_value();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(queued(), 1u);
 }
 
 TEST(FileUriTest, EncodesEveryByteButUnreservedOnesAndSlashes)

@@ -5,6 +5,9 @@
 
 #include <boost/filesystem.hpp>
 
+#include <regex>
+#include <utility>
+
 namespace {
 
 namespace fs = boost::filesystem;
@@ -43,6 +46,21 @@ TEST(Compression, PacksListsAndUnpacksWhateverThePathsHoldAndLeavesNoTemporaryFo
             EXPECT_EQ(readFile(target / ("dir " + name) / "a.txt"), "alpha\n");
             EXPECT_EQ(readFile(target / ("dir " + name) / "sub" / "b.bin"), std::string("\0\1\2zip", 6));
         }
+
+        // Packed logs are stored as they are, however well they would compress; text is deflated.
+        // zip packs while the caller writes a file, which then goes into the same archive.
+        const std::string text(64 * 1024, 'a');
+        writeFile(root.path() / "logs" / "today.log", text);
+        writeFile(root.path() / "logs" / "yesterday.gz", text);
+        writeFile(root.path() / "logs" / "older.zip", text);
+        Hv::Compression::Packing packing(root.path(), {"logs"}, root.path() / "logs.zip");
+        writeFile(root.path() / "listing", text);
+        ASSERT_TRUE(packing.wait());
+        ASSERT_TRUE(Hv::Compression::add(root.path(), {"listing"}, root.path() / "logs.zip"));
+        const std::string verbose = commandOutput("unzip -v '" + (root.path() / "logs.zip").string() + "'");
+        for (const auto& [name, method] : {std::pair{"logs/today.log", "Defl:"}, {"logs/yesterday.gz", "Stored"},
+                                           {"logs/older.zip", "Stored"}, {"listing", "Defl:"}})
+            EXPECT_TRUE(std::regex_search(verbose, std::regex(std::string(method) + ".* " + name + "\n"))) << verbose;
 
         // Failures are false, also with the shell's characters in the archive's path.
         const fs::path odd = root.path() / "a$b`c\"d\\e.zip";

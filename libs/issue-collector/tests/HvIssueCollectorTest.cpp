@@ -107,11 +107,18 @@ TEST_F(ReportScenario, AnyCharacterInHomeAndDownloadFolderWorks)
             // The whole content is the end-to-end tests' concern; here the archive at that path.
             setenv("ARCHIVE", archive.c_str(), 1);
             EXPECT_EQ(Hv::Test::commandOutput("unzip -Z1 \"$ARCHIVE\" report/logs/HalvoSoftphone/old.gz"), "report/logs/HalvoSoftphone/old.gz\n");
+            // Nothing but the archive in the download folder; the emptied container, private to
+            // the user, in the temporary folder.
+            EXPECT_EQ(std::vector<fs::path>(fs::directory_iterator(archive.parent_path()), {}), std::vector<fs::path>{archive});
+            const std::vector<fs::path> left(fs::directory_iterator(m_temp), {});
+            ASSERT_EQ(left.size(), 1u);
+            EXPECT_TRUE(fs::is_empty(left[0]));
+            EXPECT_EQ(fs::status(left[0]).permissions(), fs::owner_all);
         });
     }
 }
 
-TEST_F(ReportScenario, FailedLogCopyKeepsTheListingsAndMakesNoArchive)
+TEST_F(ReportScenario, FailedReportLeavesNothingBehind)
 {
     // A socket file cannot be opened for copying.
     const fs::path socketPath = m_logs / "control.sock";
@@ -123,14 +130,25 @@ TEST_F(ReportScenario, FailedLogCopyKeepsTheListingsAndMakesNoArchive)
     report("$HOME/Downloads", [&](const fs::path& archive, const LogCapture& capture) {
         EXPECT_TRUE(archive.empty());
         EXPECT_EQ(capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to copy \"" + socketPath.string() + "\" file to "), 1u);
-        // The listings stay in the one container folder the report left.
-        const std::vector<fs::path> left(fs::directory_iterator(m_temp), {});
-        ASSERT_EQ(left.size(), 1u);
-        EXPECT_TRUE(fs::is_regular_file(left[0] / "report" / "nestat"));
-        EXPECT_GT(fs::file_size(left[0] / "report" / "tasklist"), 0u);
+        // The copy of the logs and the listings go with the container.
+        EXPECT_TRUE(fs::is_empty(m_temp));
     });
-    close(unixSocket);
     EXPECT_FALSE(fs::exists(m_home / "Downloads"));
+
+    // A zip that fails half-way through its archive: neither the archive nor its part stays.
+    close(unixSocket);
+    fs::remove(socketPath);
+    writeFile(m_root.path() / "bin" / "zip", "#!/bin/sh\necho partial > \"$5\"\nexit 12\n");
+    fs::permissions(m_root.path() / "bin" / "zip", fs::owner_all);
+    const std::string path = std::getenv("PATH");
+    setenv("PATH", (m_root.path() / "bin").c_str(), 1);
+    report("$HOME/Downloads", [&](const fs::path& archive, const LogCapture& capture) {
+        EXPECT_TRUE(archive.empty());
+        EXPECT_EQ(capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to pack folder: "), 1u);
+        EXPECT_TRUE(fs::is_empty(m_temp));
+    });
+    setenv("PATH", path.c_str(), 1);
+    EXPECT_TRUE(fs::is_empty(m_home / "Downloads"));
 }
 
 } // namespace

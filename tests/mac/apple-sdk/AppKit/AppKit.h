@@ -19,9 +19,12 @@ typedef NSString* NSImageName;
 
 @interface NSMenuItem : NSObject
 @property (weak) id target;
+@property (copy) NSString* title;
+@property (getter=isEnabled) BOOL enabled;
 @end
 
 @interface NSMenu : NSObject
+@property BOOL autoenablesItems;
 - (instancetype)initWithTitle:(NSString*)title;
 - (NSMenuItem*)addItemWithTitle:(NSString*)string action:(SEL)selector keyEquivalent:(NSString*)charCode;
 @end
