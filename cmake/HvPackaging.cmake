@@ -16,8 +16,6 @@ if(NOT gzip_result EQUAL 0)
 endif()
 install(FILES ${CMAKE_SOURCE_DIR}/packaging/debian/copyright ${CMAKE_BINARY_DIR}/packaging/changelog.gz
   DESTINATION ${HV_PACKAGE_DOC_DIR} COMPONENT debian EXCLUDE_FROM_ALL)
-install(FILES ${CMAKE_SOURCE_DIR}/packaging/debian/lintian-overrides RENAME ${HV_PACKAGE_NAME}
-  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides COMPONENT debian EXCLUDE_FROM_ALL)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_VERBATIM_VARIABLES ON)

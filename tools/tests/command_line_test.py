@@ -47,7 +47,7 @@ class CommandLineTest(unittest.TestCase):
         self.assertEqual((result.returncode, result.stdout), (1, ""), result.stderr)
         self.assertIn("zip noise\n", result.stderr)
         self.assertRegex(result.stderr, r"(?m)^hv-collect-report: the report could not be built: "
-                         r"Unable to pack folder: .*Downloads/halvo-softphone-report-.*\.zip.*error=12")
+                         r"Unable to pack folder: .*Downloads/\.halvo-softphone-report-.*\.zip\..*\.part.*error=12")
         self.assertEqual(homeless.returncode, 1)
         self.assertRegex(homeless.stderr, r"\AHalvoSoftphoneCollectReport: running without a log: cannot create folder .*\n"
                          r"hv-collect-report: the report could not be built: Unable to copy .*/file/home/")
