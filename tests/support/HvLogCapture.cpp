@@ -41,14 +41,15 @@ boost::filesystem::path logFolder;
 
 } // namespace
 
-void releaseLogFolder()
+void releaseLogFolder(bool stopLogger)
 {
     if (logOwner != ::getpid())
         return;
     logOwner = 0;
     // The cleaning thread may still be in its first pass when a short test exits: stop it before
     // log4cplus's statics are destroyed, and before its folder goes.
-    Hv::SimpleLogger::destroy();
+    if (stopLogger)
+        Hv::SimpleLogger::destroy();
     boost::system::error_code ignored;
     boost::filesystem::remove_all(logFolder, ignored);
 }
@@ -63,7 +64,7 @@ LogCapture::LogCapture()
         }
         logOwner = ::getpid();
         Hv::SimpleLogger::initialize("HalvoSoftphoneTest");
-        std::atexit(releaseLogFolder);
+        std::atexit([] { releaseLogFolder(); });
         return true;
     }();
     Hv::SimpleLogger::enable();

@@ -26,8 +26,9 @@ private:
     log4cplus::SharedAppenderPtr m_appender;
 };
 
-// Stops the logger and removes its folder if this very process made it: at exit, and in forked
-// children before they leave with _exit.
-void releaseLogFolder();
+// Removes the logger's folder if this very process made it: at exit, after stopping the logger,
+// and in forked children, which leave with _exit at once and so do not wait for the logger's
+// cleaning thread (a forked child that joins a thread can hang in the sanitizer's allocator).
+void releaseLogFolder(bool stopLogger = true);
 
 } // namespace Hv::Test

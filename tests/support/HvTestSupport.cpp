@@ -83,7 +83,7 @@ pid_t inFreshProcess(const std::function<void()>& body)
     if (pid == 0) {
         body();
         std::fflush(nullptr);
-        releaseLogFolder();
+        releaseLogFolder(false);
         _exit(::testing::Test::HasFailure() ? 1 : 0);
     }
     int status = -1;
@@ -108,7 +108,7 @@ Process::Process(const std::function<void()>& body)
     m_pid = fork();
     if (m_pid == 0) {
         body();
-        releaseLogFolder();
+        releaseLogFolder(false);
         _exit(0);
     }
 }
