@@ -42,12 +42,6 @@ bool ReportRunner::start(OnDone onDone)
         HV_LOG_INFO("A report is being prepared already; not starting another");
         return false;
     }
-    // The folder getters fill their caches unlocked on first use: let that happen here, on the
-    // thread that also asks them for the socket's folder, before the worker reads them.
-    tempDirectory();
-    downloadsDirectory();
-    logsDirectory();
-
     m_onDone = std::move(onDone);
     m_state = std::make_shared<State>();
     m_running = true;

@@ -14,6 +14,19 @@ std::string productTitle()
     return std::string(TITLE) + " (" + PRODUCT_VERSION + ")";
 }
 
+// The shell's display: set at launch, used on the user-interface thread only.
+Display& display()
+{
+    static Display shell;
+    return shell;
+}
+
+void showPresentation(const Presentation& presentation)
+{
+    if (display())
+        display()(presentation);
+}
+
 } // namespace
 
 std::string Presentation::toolTip() const
@@ -32,6 +45,11 @@ const char* iconName(Icon icon)
         return "connected";
     }
     return "waiting";
+}
+
+void setDisplay(Display shell)
+{
+    display() = std::move(shell);
 }
 
 void init()

@@ -2,10 +2,11 @@
 
 // The status item's presentation: which of the three icons, which texts and whether the item asks
 // for attention, for a service status. The decision and the texts are portable; the platform shell
-// only displays the result through showPresentation().
+// only displays the result, through the Display it hands the core.
 
 #include "HvServiceStatus.h"
 
+#include <functional>
 #include <string>
 
 namespace Hv::Tray {
@@ -49,8 +50,10 @@ std::string formatStatus(const std::string& status, ServiceStatus::ErrorCode err
 // The reason shown after "Error: "; empty for Success.
 std::string errorString(ServiceStatus::ErrorCode error);
 
-// Platform shell: shows the presentation (icon first, then the texts), creating the item on first
-// use.
-void showPresentation(const Presentation& presentation);
+// The platform shell's part: shows a presentation (icon first, then the texts), creating the item
+// on first use.
+using Display = std::function<void(const Presentation&)>;
+// Where every later presentation goes; until a display is set, none is shown.
+void setDisplay(Display display);
 
 } // namespace Hv::Tray

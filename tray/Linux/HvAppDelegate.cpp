@@ -1,11 +1,7 @@
 #include "HvAppDelegate.h"
 
-#include "HvServiceStatus.h"
-#include "HvSingleton.h"
-#include "HvStatusMessageHandler.h"
 #include "HvTrace.h"
-#include "HvTray.h"
-#include "HvTrayIOService.h"
+#include "HvTrayApplication.h"
 #include "HvTrayImpl.h"
 
 std::unique_ptr<HvAppDelegate> HvAppDelegate::create()
@@ -19,26 +15,19 @@ std::unique_ptr<HvAppDelegate> HvAppDelegate::create()
 void HvAppDelegate::init()
 {
     HV_TRACE();
-    auto ioService = Hv::Util::Singleton<Hv::TrayIOService>::shared();
-    m_serviceChannel = Hv::Async::LocalPipe::Receiver::create(
-        static_cast<boost::asio::io_context&>(ioService->ioExecutor().context()), "tray");
+    m_serviceChannel = Hv::Tray::listenForService();
 }
 
 void HvAppDelegate::applicationDidFinishLaunching()
 {
     HV_TRACE();
-    Hv::Tray::init();
-    Hv::Tray::setStatus(Hv::ServiceStatus(Hv::ServiceStatus::ConnectionState::Waiting,
-                                          Hv::ServiceStatus::ErrorCode::Success));
-    m_serviceChannel->onMessage([](const Hv::ChannelMessage::Shared& message) {
-        Hv::Tray::handleStatusMessage(message);
+    Hv::Tray::didFinishLaunching(m_serviceChannel, [](const Hv::Tray::Presentation& presentation) {
+        HvTray::instance()->setPresentation(presentation);
     });
 }
 
 void HvAppDelegate::applicationWillTerminate()
 {
     HV_TRACE();
-    // A report being built gets a little time to finish, so that no half-built one is left.
-    HvTray::instance()->finishReport();
-    Hv::Tray::destroy();
+    Hv::Tray::willTerminate([] { HvTray::instance()->finishReport(); });
 }

@@ -154,9 +154,4 @@ QString iconResource(Icon icon, int size)
     return QStringLiteral(":/icons/%1-%2.png").arg(QString::fromLatin1(iconName(icon))).arg(size);
 }
 
-void showPresentation(const Presentation& presentation)
-{
-    HvTray::instance()->setPresentation(presentation);
-}
-
 } // namespace Hv::Tray

@@ -110,6 +110,12 @@ NSImage* imageOf(Hv::Tray::Icon icon)
     m_reportRunner->finish();
 }
 
+- (void)showPresentation:(const Hv::Tray::Presentation&)presentation
+{
+    HV_TRACE_SELF(Hv::Tray::iconName(presentation.icon), presentation.status);
+    [self setIcon:imageOf(presentation.icon) status:platformString(presentation.toolTip())];
+}
+
 + (HvTray*)instance
 {
     static HvTray* trayInstance = nil;
@@ -123,10 +129,3 @@ NSImage* imageOf(Hv::Tray::Icon icon)
 
 @end
 
-// The platform half of setWaitingStatus(), setErrorStatus() and setConnectedStatus(). Qualified,
-// so that it must match the portable declaration. The menu bar has no attention state: the error
-// icon says it.
-void Hv::Tray::showPresentation(const Presentation& presentation)
-{
-    [[HvTray instance] setIcon:imageOf(presentation.icon) status:platformString(presentation.toolTip())];
-}

@@ -31,20 +31,11 @@ using Hv::Tray::Icon;
 const std::string TITLE = std::string("Halvo Softphone (") + Hv::PRODUCT_VERSION + ")";
 using Hv::Tray::Presentation;
 
-// What the stand-in for the toolkit shell was asked to show, in order.
-std::vector<Presentation> g_shown;
-
-} // namespace
-
-void Hv::Tray::showPresentation(const Presentation& presentation)
-{
-    g_shown.push_back(presentation);
-}
-
-namespace {
-
 TEST(TrayTest, StatusMessagesChooseIconTextsAndAttention)
 {
+    // What the stand-in for the toolkit shell was asked to show, in order.
+    std::vector<Presentation> shown;
+    Hv::Tray::setDisplay([&shown](const Presentation& presentation) { shown.push_back(presentation); });
     // A body, and the icon, status line and attention it shows; none: nothing but a WARN line. (The
     // end-to-end test shows each look once and sends the other channels.)
     const std::tuple<std::string, std::optional<Icon>, std::string, bool> cases[] = {
@@ -61,17 +52,18 @@ TEST(TrayTest, StatusMessagesChooseIconTextsAndAttention)
     Hv::Test::LogCapture capture;
     for (const auto& [body, icon, status, attention] : cases) {
         SCOPED_TRACE(body);
-        g_shown.clear();
+        shown.clear();
         capture.clear();
         Hv::Tray::handleStatusMessage(std::make_shared<Hv::ChannelMessage>(Hv::ChannelMessage::Channel{"ServiceStatus"}, std::string(body)));
-        using Shown = decltype(g_shown);
-        EXPECT_EQ(g_shown, (icon ? Shown{{*icon, TITLE, status, attention}} : Shown{}));
+        using Shown = decltype(shown);
+        EXPECT_EQ(shown, (icon ? Shown{{*icon, TITLE, status, attention}} : Shown{}));
         EXPECT_EQ(capture.count(log4cplus::WARN_LOG_LEVEL, "Unexpected status; ignored"), icon ? 0u : 1u);
         // One text for the shells that show one: the same lines as the macOS tool tip.
         if (icon) {
-            EXPECT_EQ(g_shown.at(0).toolTip(), TITLE + "\n" + status);
+            EXPECT_EQ(shown.at(0).toolTip(), TITLE + "\n" + status);
         }
     }
+    Hv::Tray::setDisplay(nullptr);
 }
 
 TEST(TrayIOServiceTest, RunsWhatIsPostedAfterTheContextRanOutOfWorkAndLogsWhatHandlersThrow)
