@@ -1,7 +1,6 @@
 #include "HvReportRunner.h"
 
 #include "HvIssueCollector.h"
-#include "HvPlatform.h"
 #include "HvTrace.h"
 
 #include <exception>
