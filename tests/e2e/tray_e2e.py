@@ -202,6 +202,11 @@ class Tray:
         lines = b"\n".join(gzip.decompress(data) if data[:2] == b"\x1f\x8b" else data for data in files).decode("utf-8", "replace")
         return [line for line in lines.splitlines() if line[1:].split("]", 1)[0].strip() == level and text in line]
 
+    def close_input(self):
+        # How the parent stops the tray; its exit status.
+        self.process.stdin.close()
+        return self.process.wait(timeout=12)
+
     def active_log_files(self):
         return glob.glob(os.path.join(self.logs, "**", "*-%s-%d" % (VERSION, self.process.pid)), recursive=True)
 
@@ -248,6 +253,11 @@ class Harness(unittest.TestCase):
         # The title and the text of the item's tool tip: the two lines of the macOS one.
         tool_tip = lambda: "%s\n%s" % tuple(map(str, prop(item, "ToolTip")[2:]))
         wait_for(lambda: tool_tip() == FIRST_LINE + second_line, lambda: "%r, not %r" % (FIRST_LINE + second_line, tool_tip()))
+
+    def send_status(self, tray, status, second_line):
+        # A status as the service sends it, and the tool tip once it shows it.
+        tray.peer("--status", status)
+        self.wait_tool_tip(tray.item, second_line)
 
     def assert_icon(self, item, name):
         # At the panel's size; the package test checks that every size is shipped.
@@ -303,8 +313,7 @@ class TrayE2E(Harness):
                                          (*error, new + [("NewStatus", "NeedsAttention")])]:
             with self.subTest(status=status):
                 del received[:]
-                tray.peer("--status", status)
-                self.wait_tool_tip(tray.item, text)
+                self.send_status(tray, status, text)
                 pump(0.5)
                 self.assertEqual(received, news)
                 self.assert_item(tray.item, icon, text)
@@ -354,8 +363,7 @@ class TrayE2E(Harness):
                     client.sendall(frame(CONNECTED))
                     self.wait_tool_tip(self.item(), "Connected")
                 self.assertEqual(len(tray.active_log_files()), 1)
-                tray.process.stdin.close()
-                self.assertEqual(tray.process.wait(timeout=10), 0)
+                self.assertEqual(tray.close_input(), 0)
                 # The active log file is packed on the way out.
                 self.assertEqual(tray.active_log_files(), [])
 
@@ -391,8 +399,7 @@ class ReportE2E(Harness):
         name, path, _ = next(node for node in nodes() if node[2].replace("&", "") == "OK")
         self.bus.get_object(name, path, introspect=False).DoAction(0, dbus_interface="org.a11y.atspi.Action")
         wait_for(lambda: not tray_window(popup=False), "the box to close")
-        tray.peer("--status", status)
-        self.wait_tool_tip(tray.item, second_line)
+        self.send_status(tray, status, second_line)
         return texts
 
     def test_report_is_archived_and_shown_by_the_desktop_or_a_box(self):
@@ -433,8 +440,7 @@ class ReportE2E(Harness):
         self.bus.release_name(FILE_MANAGER)
         self.click(tray)
         wait_for(lambda: os.path.exists(opened), "the folder to be opened", timeout=30)
-        with open(opened) as f:
-            self.assertEqual(f.read(), "file://" + urllib.parse.quote(downloads, safe="/") + "\n")
+        self.assertEqual(pathlib.Path(opened).read_text(), "file://" + urllib.parse.quote(downloads, safe="/") + "\n")
         self.take_archive(downloads)
 
         # No opener and no notification service either: a box names the archive.
@@ -488,8 +494,7 @@ class NativeItemE2E(Harness):
             self.assertEqual(refused.exception.get_dbus_name(), "org.freedesktop.DBus.Error." + error)
         # One line for each kind: unknown method, wrong arguments, unknown id.
         wait_for(lambda: len(tray.log_lines("WARN", "Refused a D-Bus call")) >= 3, "the WARN lines")
-        tray.peer("--status", "Connected,Success")
-        self.wait_tool_tip(tray.item, "Connected")
+        self.send_status(tray, "Connected,Success", "Connected")
         self.assertEqual(len(tray.log_lines("WARN", "Refused a D-Bus call")), 3)
         # The panel restarts: its watcher's name released and taken again.
         first = self.watcher.items[-1]
@@ -518,8 +523,7 @@ class NativeItemE2E(Harness):
         tray = self.start({"QT_QPA_PLATFORM": "wayland", "WAYLAND_DISPLAY": display, "WAYLAND_DEBUG": "1"})
         tray.item.Activate(dbus.Int32(100), dbus.Int32(100), dbus_interface=ITEM_INTERFACE)
         tray.item.SecondaryActivate(dbus.Int32(100), dbus.Int32(100), dbus_interface=ITEM_INTERFACE)
-        tray.peer("--status", "Waiting,Socket")
-        self.wait_tool_tip(tray.item, "Error: Port busy")
+        self.send_status(tray, "Waiting,Socket", "Error: Port busy")
         pump(0.5)
         requests = pathlib.Path(tray.root, "output.txt").read_text(errors="replace")
         # On the compositor, yet no surface at all: neither a window nor a popup.
@@ -542,8 +546,7 @@ class EnvironmentE2E(Harness):
         tray.process = subprocess.Popen(wrapper + [ARGS.tray], stdin=subprocess.PIPE, stdout=tray.output,
                                         stderr=subprocess.STDOUT, env=tray.env)
         tray.item = self.item()
-        tray.peer("--status", "Connected,Success")
-        self.wait_tool_tip(tray.item, "Connected")
+        self.send_status(tray, "Connected,Success", "Connected")
         return tray
 
     def test_without_a_usable_log_folder_statuses_are_served(self):
@@ -561,8 +564,7 @@ class EnvironmentE2E(Harness):
                 reasons = re.findall(r"(?m)^HalvoSoftphoneTray: running without a log: cannot create folder (.*): ",
                                      pathlib.Path(tray.output.name).read_text())
                 self.assertEqual(reasons, [folder.format(root=tray.root, logs=tray.logs)] if folder else [])
-                tray.process.stdin.close()
-                self.assertEqual(tray.process.wait(timeout=10), 0)
+                self.assertEqual(tray.close_input(), 0)
                 if not folder:  # without HOME: the password entry's home, in folders for this user alone
                     folders = [tray.root, "home", ".local", "share", "Halvo", "HalvoSoftphone-10.0", "logs", "HalvoSoftphoneTray"]
                     self.assertEqual([os.stat(os.path.join(*folders[:n])).st_mode & 0o777 for n in range(3, 9)], [0o700] * 6)
@@ -575,8 +577,7 @@ class EnvironmentE2E(Harness):
                 if isinstance(stop, bytes):  # read and dropped; only the end of the input stops the tray
                     tray.process.stdin.write(stop)
                     tray.process.stdin.flush()
-                    tray.peer("--status", "Waiting,Success")
-                    self.wait_tool_tip(tray.item, "Waiting")
+                    self.send_status(tray, "Waiting,Success", "Waiting")
                     self.assertIsNone(tray.process.poll())
                     tray.process.stdin.close()
                 else:
@@ -600,8 +601,7 @@ class HostileClientE2E(Harness):
             self.addCleanup(client.close)
         half.sendall(frame(CONNECTED)[:9])
         # Promptly: within the few seconds that the tool tip is waited for.
-        tray.peer("--status", "Connected,Success")
-        self.wait_tool_tip(tray.item, "Connected")
+        self.send_status(tray, "Connected,Success", "Connected")
         pump(1)
         idle, size = resident_kib(tray.process.pid), self.log_size(tray)
 
@@ -627,8 +627,7 @@ class HostileClientE2E(Harness):
         # Five thousand one-byte frames: the client goes at the tenth.
         size = self.log_size(tray)
         send(frame(b"x") * 5000, "WARN", "10 frames were no channel messages", 1)
-        tray.peer("--status", "Waiting,Socket")
-        self.wait_tool_tip(tray.item, "Error: Port busy")
+        self.send_status(tray, "Waiting,Socket", "Error: Port busy")
         self.assertLess(self.log_size(tray) - size, 200 * 1024)
         # Idle: not one line in 30 s.
         pump(1)
@@ -643,15 +642,12 @@ class HostileClientE2E(Harness):
         wait_for(waiting, "the WARN line")
         # The first serves on for 10 s, the second says nothing more.
         for status, second_line in [("Connected,Success", "Connected"), ("Waiting,Socket", "Error: Port busy")] * 5:
-            first.peer("--status", status)
-            self.wait_tool_tip(first.item, second_line)
+            self.send_status(first, status, second_line)
             pump(1)
         self.assertEqual((len(waiting()), str(prop(second.item, "ToolTip")[3])), (1, "Waiting"))
-        first.process.stdin.close()
-        self.assertEqual(first.process.wait(timeout=10), 0)
+        self.assertEqual(first.close_input(), 0)
         started = time.monotonic()
-        second.peer("--status", "Connected,Success")
-        self.wait_tool_tip(second.item, "Connected")
+        self.send_status(second, "Connected,Success", "Connected")
         self.assertLess(time.monotonic() - started, 2.5)
 
 
@@ -695,8 +691,7 @@ class LiveReportE2E(Harness):
         # At the pump's pace, not after the report (a busy tray answers the service and the panel
         # late, too).
         sent = time.monotonic()
-        tray.peer("--status", "Waiting,Socket")
-        self.wait_tool_tip(tray.item, "Error: Port busy")
+        self.send_status(tray, "Waiting,Socket", "Error: Port busy")
         self.assertLess(time.monotonic() - sent, 1.0)
         self.assertEqual(self.entry(tray)[2:], ("Collecting logs\u2026", False))
         wait_for(lambda: self.watcher.calls, "ShowItems", timeout=60)
@@ -710,8 +705,7 @@ class LiveReportE2E(Harness):
         # or none; in the temporary folder no file.
         self.click(tray)
         wait_for(lambda: self.entry(tray)[2] == "Collecting logs\u2026", "the second report to start")
-        tray.process.stdin.close()
-        self.assertEqual(tray.process.wait(timeout=12), 0)
+        self.assertEqual(tray.close_input(), 0)
         left = os.listdir(downloads)
         self.assertTrue(archive in left and len(left) <= 2, left)
         for name in left:
