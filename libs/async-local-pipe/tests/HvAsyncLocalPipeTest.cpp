@@ -89,25 +89,6 @@ TEST_F(LocalPipeTest, ClientsWithBadBytesGoWithoutLeaks)
     EXPECT_EQ(m_received, std::vector<std::string>(101, "a|b"));
 }
 
-TEST_F(LocalPipeTest, ListensAgainOnceALostSocketFolderIsBack)
-{
-    // Without a runtime folder the socket lives in the temporary folder, which a cleaner may remove.
-    unsetenv("XDG_RUNTIME_DIR");
-    setenv("TMPDIR", m_folder.path().c_str(), 1);
-    if (Hv::tempDirectory() != m_folder.path())
-        GTEST_SKIP() << "the temporary folder was fixed earlier in this process";
-    m_path = Hv::Async::LocalPipe::socketPath("test").string();
-
-    // Started before its folder exists: one ERROR line however many retries.
-    fs::remove_all(m_folder.path());
-    auto receiver = startReceiver();
-    Hv::Test::runFor(m_io, std::chrono::milliseconds(2300));
-    fs::create_directory(m_folder.path());
-    ASSERT_TRUE(serve(frame("a|1")));
-    EXPECT_EQ(m_received, std::vector<std::string>{"a|1"});
-    EXPECT_EQ(m_capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to listen on named pipe in test"), 1u);
-}
-
 TEST_F(LocalPipeTest, OneReceiverPerUserAndNameTheNextTakesOverWhenItEnds)
 {
     // A holder in another process, killed without a chance to clean up: its lock goes with it.
@@ -127,8 +108,9 @@ TEST_F(LocalPipeTest, OneReceiverPerUserAndNameTheNextTakesOverWhenItEnds)
     EXPECT_EQ(m_received, std::vector<std::string>{"a|1"});
 }
 
-TEST_F(LocalPipeTest, SocketFolderThatOthersCouldReachIsRefused)
+TEST_F(LocalPipeTest, SocketFolderMissingOrOpenToOthersIsWaitedFor)
 {
+    // Without a runtime folder the socket lives in the temporary folder, which a cleaner may remove.
     unsetenv("XDG_RUNTIME_DIR");
     setenv("TMPDIR", m_folder.path().c_str(), 1);
     if (Hv::tempDirectory() != m_folder.path())
@@ -136,17 +118,24 @@ TEST_F(LocalPipeTest, SocketFolderThatOthersCouldReachIsRefused)
     m_path = Hv::Async::LocalPipe::socketPath("test").string();
     const fs::path folder = fs::path(m_path).parent_path();
 
+    // Started before the temporary folder exists: one ERROR line however many retries.
+    fs::remove_all(m_folder.path());
+    auto receiver = startReceiver();
+    Hv::Test::runFor(m_io, std::chrono::milliseconds(2300));
+    fs::create_directory(m_folder.path());
+    ASSERT_TRUE(serve(frame("a|1")));
+    EXPECT_EQ(m_capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to listen on named pipe in test"), 1u);
+
     // What another user of the shared folder could have put there before this user's first start.
     const fs::path elsewhere = m_folder.path() / "elsewhere";
     fs::create_directory(elsewhere);
-    auto receiver = startReceiver();
     for (const std::string problem : {" is a symbolic link", " is open to other users (mode 0755)", " belongs to user id 65534"}) {
         SCOPED_TRACE(problem);
         if (problem.find("user id") != std::string::npos && ::geteuid() != 0) {
             std::cout << "[  SKIPPED ] a folder of another user: needs root to make one" << std::endl;
             continue;
         }
-        // Swapped under a receiver that waits with its listening socket closed.
+        // Swapped under the receiver, listening at first, then waiting with its socket closed.
         fs::remove_all(folder);
         if (problem == " is a symbolic link")
             fs::create_directory_symlink(elsewhere, folder);
@@ -168,7 +157,8 @@ TEST_F(LocalPipeTest, SocketFolderThatOthersCouldReachIsRefused)
     }
     // Once it is gone, the receiver makes the folder its own and listens.
     fs::remove_all(folder);
-    ASSERT_TRUE(serve(frame("a|1")));
+    ASSERT_TRUE(serve(frame("a|2")));
+    EXPECT_EQ(m_received, (std::vector<std::string>{"a|1", "a|2"}));
     EXPECT_EQ(fs::status(folder).permissions(), fs::owner_all);
     EXPECT_EQ(fs::status(m_path).permissions(), fs::owner_read | fs::owner_write);
 }
