@@ -6,7 +6,6 @@
 #include <boost/filesystem/operations.hpp>
 
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,8 +13,6 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
-
-extern char** environ;
 
 namespace Hv::Test {
 
@@ -92,16 +89,6 @@ pid_t inFreshProcess(const std::function<void()>& body)
     return pid;
 }
 
-Process::Process(const std::vector<std::string>& arguments)
-{
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    if (posix_spawn(&m_pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0)
-        m_pid = -1;
-}
-
 Process::Process(const std::function<void()>& body)
 {
     std::fflush(nullptr);
@@ -125,12 +112,6 @@ std::optional<int> Process::poll()
     if (!m_status && m_pid > 0 && ::waitpid(m_pid, &status, WNOHANG) == m_pid)
         m_status = status;
     return m_status;
-}
-
-bool Process::exitedWith(int code)
-{
-    const std::optional<int> status = poll();
-    return status && WIFEXITED(*status) && WEXITSTATUS(*status) == code;
 }
 
 void Process::kill()

@@ -58,11 +58,10 @@ inline std::string frame(const std::string& payload)
 // Returns the child's pid.
 pid_t inFreshProcess(const std::function<void()>& body);
 
-// A started program or a forked child; killed on destruction if it still runs.
+// A forked child that runs `body` and then exits (status 0), or waits to be killed; killed on
+// destruction if it still runs.
 class Process {
 public:
-    explicit Process(const std::vector<std::string>& arguments);
-    // Forks a child that runs `body` and then exits (status 0), or waits to be killed.
     explicit Process(const std::function<void()>& body);
     ~Process();
     Process(const Process&) = delete;
@@ -71,7 +70,6 @@ public:
     pid_t pid() const { return m_pid; }
     // The wait status once the process has ended, polled without blocking.
     std::optional<int> poll();
-    bool exitedWith(int code);
     void kill();
 
 private:

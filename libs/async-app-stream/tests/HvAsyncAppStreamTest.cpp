@@ -103,21 +103,3 @@ TEST_F(AppStreamTest, WritesWholeFramesInCallOrder)
     EXPECT_TRUE(received == expected);
     EXPECT_EQ(written, "abc");
 }
-
-TEST(AppStreamBuffer, DumpsHexAndPrintableColumns)
-{
-    std::string counting;
-    for (char c = 0; c < 20; ++c)
-        counting += c;
-    const std::pair<std::string, std::string> cases[] = {
-        {counting, "\n00 01 02 03  04 05 06 07  08 09 0a 0b  0c 0d 0e 0f     ................"
-                   "\n10 11 12 13 " + std::string(43, ' ') + "...."},
-        // High bytes are unsigned in the hex column and unprintable in the other.
-        {"\xff ~\x7fz", "\nff 20 7e 7f  7a " + std::string(3 * 11 + 2 + 4, ' ') + ". ~.z"},
-    };
-    for (auto [bytes, expected] : cases) {
-        log4cplus::tostringstream stream;
-        AppStream::operator<<(stream, boost::asio::mutable_buffers_1(bytes.data(), bytes.size()));
-        EXPECT_EQ(stream.str(), expected);
-    }
-}

@@ -13,16 +13,15 @@ using Events = std::vector<std::string>;
 // Transfers that end only when the test completes them, so that every interleaving is chosen.
 class OperationQueueTest : public ::testing::Test {
 protected:
-    // Queues a transfer of `label`: an immediate one completes inside its task; `then` runs
-    // after its callback has recorded it.
-    std::weak_ptr<std::string> perform(const std::string& label, bool immediate = false, std::function<void()> then = [] {})
+    // Queues a transfer of `label`; `then` runs after its callback has recorded it.
+    std::weak_ptr<std::string> perform(const std::string& label, std::function<void()> then = [] {})
     {
         auto data = std::make_shared<std::string>(label);
         m_queue->perform(
             data,
-            [this, immediate](Queue::SharedData data, Callback done) {
+            [this](Queue::SharedData data, Callback done) {
                 m_events.push_back("start " + *data);
-                immediate ? done({}, 0) : m_pending.push_back(std::move(done));
+                m_pending.push_back(std::move(done));
             },
             [this, label, then](const boost::system::error_code&, unsigned long bytes) {
                 m_events.push_back("done " + label + " " + std::to_string(bytes));
@@ -43,20 +42,6 @@ protected:
     Events m_events;
     std::deque<Callback> m_pending;
 };
-
-TEST_F(OperationQueueTest, RunsOneAtATimeInCallOrder)
-{
-    perform("1");
-    perform("2", true);
-    perform("3", true);
-    perform("4");
-    EXPECT_EQ(m_events, Events{"start 1"});
-    // Transfers that complete at once start the next one from inside the chain.
-    complete(7);
-    EXPECT_EQ(m_events, (Events{"start 1", "done 1 7", "start 2", "done 2 0", "start 3", "done 3 0", "start 4"}));
-    complete(9);
-    EXPECT_EQ(m_events.back(), "done 4 9");
-}
 
 TEST_F(OperationQueueTest, ClearDropsTheWaitingAndDisableAlsoTheFuture)
 {
@@ -85,7 +70,7 @@ TEST_F(OperationQueueTest, CompletionAfterTheQueueIsGoneTouchesNothing)
 
     // The callback of the running transfer destroys its own queue.
     m_queue = std::make_unique<Queue>();
-    perform("3", false, [&] { m_queue.reset(); });
+    perform("3", [&] { m_queue.reset(); });
     perform("4");
     complete(3);
     EXPECT_EQ(m_events, (Events{"start 1", "start 3", "done 3 3"}));

@@ -42,18 +42,11 @@ TEST(LogLine, FindsEachValuesOperatorAndKeepsEveryByteOfNarrowText)
 
 TEST(LogLine, TraceArgumentsPrintEachKindOfValue)
 {
-    int other = 0;
-    const auto shared = std::make_shared<int>(5);
-    log4cplus::tostringstream addresses;
-    addresses << &other << LOG4CPLUS_TEXT(", shared = ") << shared.get();
     Hv::Log::Line line;
-    Hv::Log::writeArguments(line.stream(), Hv::Log::named("raw", &other), Hv::Log::named("shared", shared),
-                            Hv::Log::named("text", std::string("tr\xe4y")),
+    Hv::Log::writeArguments(line.stream(), Hv::Log::named("text", std::string("tr\xe4y")),
                             Hv::Log::named("markers", std::vector<std::string>{"a", "b"}),
-                            Hv::Log::named("error", boost::system::error_code(2, boost::system::system_category())),
                             Hv::Log::named("flag", true), Hv::Log::named("byte", static_cast<unsigned char>(7)));
-    EXPECT_EQ(line.str(), LOG4CPLUS_TEXT("raw = ") + addresses.str() +
-                              LOG4CPLUS_TEXT(", text = tr\xe4y, markers = [a, b], error = system:2, flag = 1, byte = 7"));
+    EXPECT_EQ(line.str(), LOG4CPLUS_TEXT("text = tr\xe4y, markers = [a, b], flag = 1, byte = 7"));
 }
 
 } // namespace
