@@ -2,6 +2,7 @@
 #include "HvChannelMessageUtil.h"
 #include "HvLogCapture.h"
 #include "HvPlatform.h"
+#include "HvSimpleLogger.h"
 #include "HvTestSupport.h"
 
 #include <boost/asio/write.hpp>
@@ -9,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <grp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -93,6 +95,8 @@ TEST_F(LocalPipeTest, OneReceiverPerUserAndNameTheNextTakesOverWhenItEnds)
 {
     // A holder in another process, killed without a chance to clean up: its lock goes with it.
     Hv::Test::Process holder([] {
+        // Forked while the logger's cleaning thread may hold a lock of log4cplus: no logging here.
+        Hv::SimpleLogger::disable();
         boost::asio::io_context io;
         auto receiver = Hv::Async::LocalPipe::Receiver::create(io, "test");
         io.run();
@@ -188,6 +192,29 @@ TEST_F(LocalPipeTest, NewestClientReplacesTheCurrentOneAndAStalledFrameIsClosed)
     ASSERT_TRUE(runUntil(m_io, [&] { return servedEnded; }));
     EXPECT_GE(std::chrono::steady_clock::now() - stalled, std::chrono::seconds(5));
     EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, "Closing the client of named pipe in test: nothing came for 5 s in the middle of a frame"), 1u);
+}
+
+TEST_F(LocalPipeTest, OtherUsersAreRefused)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "needs root to run a client as another user";
+    auto receiver = startReceiver();
+    // Loosen the file system protection so that only the peer check stands in the way.
+    ::chmod(m_folder.path().c_str(), 0755);
+    ::chmod(m_path.c_str(), 0666);
+    Hv::Test::Process client([&] {
+        boost::asio::io_context io;
+        Socket socket(io);
+        boost::system::error_code error;
+        char byte = 0;
+        // Refused: the receiver ends the connection unread; an accepted client would wait here.
+        const bool refused = ::setgroups(0, nullptr) == 0 && ::setgid(65534) == 0 && ::setuid(65534) == 0 &&
+                             connect(socket, m_path) && socket.read_some(boost::asio::buffer(&byte, 1), error) == 0 && error;
+        _exit(refused ? 0 : 1);
+    });
+    ASSERT_TRUE(runUntil(m_io, [&] { return client.poll().has_value(); }));
+    EXPECT_EQ(client.poll(), 0);
+    EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, "Refused connection to named pipe in test from user id 65534"), 1u);
 }
 
 TEST_F(LocalPipeTest, SenderConnectsWhenItsReceiverListensAndAgainAfterItsReturn)
