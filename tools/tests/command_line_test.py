@@ -32,15 +32,17 @@ class CommandLineTest(unittest.TestCase):
     def test_report_prints_its_archive_or_says_why_with_status_1(self):
         with tempfile.TemporaryDirectory(prefix="hv-cli-") as root:
             os.makedirs(os.path.join(root, "logs"))
+            # A zip that talks on its standard output, writes part of its archive and fails: its
+            # words must not reach ours, which carries only the archive's path; neither the part
+            # nor the report's container (in TMPDIR) stays.
+            pathlib.Path(root, "zip").write_text("#!/bin/sh\necho 'zip noise'\necho partial > \"$5\"\nexit 12\n")
+            os.chmod(os.path.join(root, "zip"), 0o755)
             env = dict(os.environ, HOME=root, XDG_CONFIG_HOME=root, TMPDIR=root, HV_SOFTPHONE_LOG_DIR=os.path.join(root, "logs"))
+            result = run("hv-collect-report", env=dict(env, PATH=root + os.pathsep + os.environ["PATH"]))
+            self.assertEqual([sorted(os.listdir(root)), os.listdir(os.path.join(root, "Downloads"))], [["Downloads", "logs", "zip"], []])
             made = run("hv-collect-report", env=env)
             self.assertEqual((made.returncode, os.path.dirname(made.stdout)), (0, os.path.join(root, "Downloads")), made.stderr)
             self.assertIn("report/nestat", subprocess.run(["unzip", "-Z1", made.stdout[:-1]], capture_output=True, text=True).stdout)
-            # A zip that talks on its standard output and fails: its words must not reach ours,
-            # which carries only the archive's path.
-            pathlib.Path(root, "zip").write_text("#!/bin/sh\necho 'zip noise'\nexit 12\n")
-            os.chmod(os.path.join(root, "zip"), 0o755)
-            result = run("hv-collect-report", env=dict(env, PATH=root + os.pathsep + os.environ["PATH"]))
             pathlib.Path(root, "file").touch()  # no home folder: neither a log of its own nor logs to copy
             homeless = run("hv-collect-report", env={"PATH": os.environ["PATH"], "HOME": root + "/file/home", "TMPDIR": root})
         self.assertEqual((result.returncode, result.stdout), (1, ""), result.stderr)

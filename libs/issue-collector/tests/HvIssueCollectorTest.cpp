@@ -111,6 +111,7 @@ TEST_F(ReportScenario, AnyCharacterInHomeAndDownloadFolderWorks)
     });
 }
 
+// A zip that fails half-way through its archive is the report tool's command-line test.
 TEST_F(ReportScenario, FailedReportLeavesNothingBehind)
 {
     // A socket file cannot be opened for copying.
@@ -127,21 +128,7 @@ TEST_F(ReportScenario, FailedReportLeavesNothingBehind)
         EXPECT_TRUE(fs::is_empty(m_temp));
     });
     EXPECT_FALSE(fs::exists(m_home / "Downloads"));
-
-    // A zip that fails half-way through its archive: neither the archive nor its part stays.
     close(unixSocket);
-    fs::remove(socketPath);
-    writeFile(m_root.path() / "bin" / "zip", "#!/bin/sh\necho partial > \"$5\"\nexit 12\n");
-    fs::permissions(m_root.path() / "bin" / "zip", fs::owner_all);
-    const std::string path = std::getenv("PATH");
-    setenv("PATH", (m_root.path() / "bin").c_str(), 1);
-    report("$HOME/Downloads", [&](const fs::path& archive, const LogCapture& capture) {
-        EXPECT_TRUE(archive.empty());
-        EXPECT_EQ(capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to pack folder: "), 1u);
-        EXPECT_TRUE(fs::is_empty(m_temp));
-    });
-    setenv("PATH", path.c_str(), 1);
-    EXPECT_TRUE(fs::is_empty(m_home / "Downloads"));
 }
 
 } // namespace
