@@ -16,11 +16,14 @@ def run(tool, *arguments, env=None):
 
 
 class CommandLineTest(unittest.TestCase):
-    def test_version(self):
-        # --help and --version also end well at every link: help2man makes the manual pages of them.
+    def test_help_and_version(self):
         for tool in TOOLS:
             version = run(tool, "--version")
             self.assertEqual((version.returncode, version.stdout, version.stderr), (0, "%s %s\n" % (tool, os.environ["HV_VERSION"]), ""))
+            for flag in ("--help", "-h"):
+                result = run(tool, flag)
+                self.assertEqual((result.returncode, result.stderr), (0, ""))
+                self.assertTrue(result.stdout.startswith("usage: %s " % tool), result.stdout)
 
     def test_refusals_are_one_line_with_status_2(self):
         # A line break in a value does not break the one-line refusal either.
