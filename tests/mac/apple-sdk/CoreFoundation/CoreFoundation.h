@@ -7,9 +7,7 @@
 
 extern "C" {
 
-typedef unsigned long CFOptionFlags;
-typedef double CFTimeInterval;
-typedef CFTimeInterval CFAbsoluteTime;
+typedef double CFAbsoluteTime;
 
 typedef const struct __CFAllocator* CFAllocatorRef;
 typedef const struct __CFString* CFStringRef;
@@ -18,11 +16,10 @@ typedef const struct __CFBoolean* CFBooleanRef;
 typedef const struct __CFURL* CFURLRef;
 typedef struct __CFRunLoop* CFRunLoopRef;
 typedef struct __CFRunLoopTimer* CFRunLoopTimerRef;
-typedef CFStringRef CFRunLoopMode;
 
 extern const CFAllocatorRef kCFAllocatorDefault;
 extern const CFBooleanRef kCFBooleanTrue;
-extern const CFRunLoopMode kCFRunLoopCommonModes;
+extern const CFStringRef kCFRunLoopCommonModes;
 
 void CFRelease(const void* cf);
 
@@ -33,17 +30,16 @@ const void* CFDictionaryGetValue(CFDictionaryRef theDict, const void* key);
 CFAbsoluteTime CFAbsoluteTimeGetCurrent(void);
 
 typedef struct CFRunLoopTimerContext CFRunLoopTimerContext; /* its fields are not used */
-typedef void (*CFRunLoopTimerCallBack)(CFRunLoopTimerRef timer, void* info);
 
 CFRunLoopRef CFRunLoopGetCurrent(void);
-CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate, CFTimeInterval interval,
-                                       CFOptionFlags flags, signed long order, CFRunLoopTimerCallBack callout,
+CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate, double interval, unsigned long flags,
+                                       signed long order, void (*callout)(CFRunLoopTimerRef timer, void* info),
                                        CFRunLoopTimerContext* context);
-void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode);
+void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFStringRef mode);
 
-int32_t CFUserNotificationDisplayAlert(CFTimeInterval timeout, CFOptionFlags flags, CFURLRef iconURL, CFURLRef soundURL,
-                                      CFURLRef localizationURL, CFStringRef alertHeader, CFStringRef alertMessage,
-                                      CFStringRef defaultButtonTitle, CFStringRef alternateButtonTitle,
-                                      CFStringRef otherButtonTitle, CFOptionFlags* responseFlags);
+int32_t CFUserNotificationDisplayAlert(double timeout, unsigned long flags, CFURLRef iconURL, CFURLRef soundURL,
+                                       CFURLRef localizationURL, CFStringRef alertHeader, CFStringRef alertMessage,
+                                       CFStringRef defaultButtonTitle, CFStringRef alternateButtonTitle,
+                                       CFStringRef otherButtonTitle, unsigned long* responseFlags);
 
 }
