@@ -32,18 +32,23 @@ class CommandLineTest(unittest.TestCase):
             self.assertEqual((result.returncode, result.stdout), (2, ""), result.stderr)
             self.assertRegex(result.stderr, r"\A%s: [^\n]*%s[^\n]*\n\Z" % (tool, reason))
 
-    def test_report_failure_says_why_with_status_1(self):
+    def test_report_prints_its_archive_or_says_why_with_status_1(self):
         with tempfile.TemporaryDirectory(prefix="hv-cli-") as root:
-            # A zip that talks on its standard output and fails: its words must not reach ours,
-            # which carries only the archive's path.
             os.makedirs(os.path.join(root, "logs"))
-            pathlib.Path(root, "zip").write_text("#!/bin/sh\necho 'zip noise'\nexit 12\n")
+            # A zip that talks on its standard output, writes part of its archive and fails: its
+            # words must not reach ours, which carries only the archive's path. Neither the part
+            # nor, after this or a failed copy, the report's container (in TMPDIR) stays.
+            pathlib.Path(root, "zip").write_text("#!/bin/sh\necho 'zip noise'\necho partial > \"$5\"\nexit 12\n")
             os.chmod(os.path.join(root, "zip"), 0o755)
-            result = run("hv-collect-report", env=dict(os.environ, HOME=root, XDG_CONFIG_HOME=root, TMPDIR=root,
-                                                       HV_SOFTPHONE_LOG_DIR=os.path.join(root, "logs"),
-                                                       PATH=root + os.pathsep + os.environ["PATH"]))
+            env = dict(os.environ, HOME=root, XDG_CONFIG_HOME=root, TMPDIR=root, HV_SOFTPHONE_LOG_DIR=os.path.join(root, "logs"))
+            result = run("hv-collect-report", env=dict(env, PATH=root + os.pathsep + os.environ["PATH"]))
+            self.assertEqual(os.listdir(os.path.join(root, "Downloads")), [])
             pathlib.Path(root, "file").touch()  # no home folder: neither a log of its own nor logs to copy
             homeless = run("hv-collect-report", env={"PATH": os.environ["PATH"], "HOME": root + "/file/home", "TMPDIR": root})
+            self.assertEqual(sorted(os.listdir(root)), ["Downloads", "file", "logs", "zip"])
+            made = run("hv-collect-report", env=env)
+            self.assertEqual((made.returncode, os.path.dirname(made.stdout)), (0, os.path.join(root, "Downloads")), made.stderr)
+            self.assertIn("report/nestat", subprocess.run(["unzip", "-Z1", made.stdout[:-1]], capture_output=True, text=True).stdout)
         self.assertEqual((result.returncode, result.stdout), (1, ""), result.stderr)
         self.assertIn("zip noise\n", result.stderr)
         self.assertRegex(result.stderr, r"(?m)^hv-collect-report: the report could not be built: "

@@ -82,13 +82,10 @@ TEST(TaskList, ListsEveryProcessInPidOrderWithItsNameAndOwnerOrUnknownWhenItEnds
     for (std::size_t i = 0; i < children.size(); ++i)
         EXPECT_EQ(records.at(children[i]->pid()), line(cases[i].first, owners.at(cases[i].second), children[i]->pid()));
 
-    // The search stops at the first accepted record.
-    bool accepted = false;
-    const auto found = Hv::TaskList::searchInTable([&](const TaskInfo& info) {
-        EXPECT_FALSE(accepted);
-        return accepted = info.m_pid == static_cast<uint32_t>(getpid());
-    });
-    EXPECT_TRUE(found && found->m_pid == static_cast<uint32_t>(getpid()));
+    // The search stops at the first accepted record: pids come in order, so no later one follows.
+    uint32_t last = 0;
+    const auto found = Hv::TaskList::searchInTable([&](const TaskInfo& info) { return (last = info.m_pid) == static_cast<uint32_t>(getpid()); });
+    EXPECT_TRUE(found && found->m_pid == static_cast<uint32_t>(getpid()) && last == found->m_pid);
 }
 
 } // namespace

@@ -12,11 +12,9 @@ TEST(ServicePeerOptionsTest, RefusesBadArguments)
     const std::vector<std::pair<std::vector<std::string>, std::string>> refused = {
         {{}, "nothing to send"},
         {{"--status", "Connected"}, "invalid status 'Connected'"},
-        {{"--status", "connected,Success"}, "invalid status"},
         {{"--channel", "A", "--status", "Connected,Success"}, "--channel must be followed by --body"},
         {{"--channel", "", "--body", "x"}, "empty channel"},
         {{"--body", "x"}, "--body must follow --channel"},
-        {{"--status", "Connected,Success", "--delay-ms", "-1"}, "'--delay-ms'"},
         {{"--status", "Connected,Success", "--timeout-ms", "0"}, "('0') for option '--timeout-ms' is invalid"},
         {{"--status", "Connected,Success", "--pipe", "../x"}, "invalid pipe name '../x'"},
         // Whole names only: no guessing of abbreviations. (Stray words and option values are the

@@ -6,10 +6,8 @@
 #include <CoreGraphics/CoreGraphics.h>
 #include <Foundation/Foundation.h>
 
-typedef NSString* NSImageName;
-
 @interface NSImage : NSObject
-+ (NSImage*)imageNamed:(NSImageName)name;
++ (NSImage*)imageNamed:(NSString*)name;
 @end
 
 @interface NSStatusBarButton : NSObject

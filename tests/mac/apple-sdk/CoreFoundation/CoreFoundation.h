@@ -7,13 +7,8 @@
 
 extern "C" {
 
-typedef int32_t SInt32;
-typedef unsigned long CFOptionFlags;
-typedef signed long CFIndex;
-typedef double CFTimeInterval;
-typedef CFTimeInterval CFAbsoluteTime;
+typedef double CFAbsoluteTime;
 
-typedef const void* CFTypeRef;
 typedef const struct __CFAllocator* CFAllocatorRef;
 typedef const struct __CFString* CFStringRef;
 typedef const struct __CFDictionary* CFDictionaryRef;
@@ -21,13 +16,12 @@ typedef const struct __CFBoolean* CFBooleanRef;
 typedef const struct __CFURL* CFURLRef;
 typedef struct __CFRunLoop* CFRunLoopRef;
 typedef struct __CFRunLoopTimer* CFRunLoopTimerRef;
-typedef CFStringRef CFRunLoopMode;
 
 extern const CFAllocatorRef kCFAllocatorDefault;
 extern const CFBooleanRef kCFBooleanTrue;
-extern const CFRunLoopMode kCFRunLoopCommonModes;
+extern const CFStringRef kCFRunLoopCommonModes;
 
-void CFRelease(CFTypeRef cf);
+void CFRelease(const void* cf);
 
 #define CFSTR(cStr) ((CFStringRef)__builtin___CFStringMakeConstantString("" cStr ""))
 
@@ -36,17 +30,16 @@ const void* CFDictionaryGetValue(CFDictionaryRef theDict, const void* key);
 CFAbsoluteTime CFAbsoluteTimeGetCurrent(void);
 
 typedef struct CFRunLoopTimerContext CFRunLoopTimerContext; /* its fields are not used */
-typedef void (*CFRunLoopTimerCallBack)(CFRunLoopTimerRef timer, void* info);
 
 CFRunLoopRef CFRunLoopGetCurrent(void);
-CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate, CFTimeInterval interval,
-                                       CFOptionFlags flags, CFIndex order, CFRunLoopTimerCallBack callout,
+CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate, double interval, unsigned long flags,
+                                       signed long order, void (*callout)(CFRunLoopTimerRef timer, void* info),
                                        CFRunLoopTimerContext* context);
-void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode);
+void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFStringRef mode);
 
-SInt32 CFUserNotificationDisplayAlert(CFTimeInterval timeout, CFOptionFlags flags, CFURLRef iconURL, CFURLRef soundURL,
-                                      CFURLRef localizationURL, CFStringRef alertHeader, CFStringRef alertMessage,
-                                      CFStringRef defaultButtonTitle, CFStringRef alternateButtonTitle,
-                                      CFStringRef otherButtonTitle, CFOptionFlags* responseFlags);
+int32_t CFUserNotificationDisplayAlert(double timeout, unsigned long flags, CFURLRef iconURL, CFURLRef soundURL,
+                                       CFURLRef localizationURL, CFStringRef alertHeader, CFStringRef alertMessage,
+                                       CFStringRef defaultButtonTitle, CFStringRef alternateButtonTitle,
+                                       CFStringRef otherButtonTitle, unsigned long* responseFlags);
 
 }

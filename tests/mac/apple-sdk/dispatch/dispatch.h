@@ -4,15 +4,13 @@
 
 extern "C" {
 
-typedef void (^dispatch_block_t)(void);
 typedef long dispatch_once_t;
 
-void dispatch_once(dispatch_once_t* predicate, dispatch_block_t block);
+void dispatch_once(dispatch_once_t* predicate, void (^block)(void));
 
 typedef struct dispatch_queue_s* dispatch_queue_t;
-typedef dispatch_queue_t dispatch_queue_main_t;
 
-dispatch_queue_main_t dispatch_get_main_queue(void);
-void dispatch_async(dispatch_queue_t queue, dispatch_block_t block);
+dispatch_queue_t dispatch_get_main_queue(void);
+void dispatch_async(dispatch_queue_t queue, void (^block)(void));
 
 }
