@@ -285,19 +285,17 @@ class TrayE2E(Harness):
         # Every property a host reads, the pixmaps, and the theme the icon's name is looked up in.
         name, attention = "halvo-softphone-tray-" + icon, icon == "error"
         shown = item.GetAll(ITEM_INTERFACE, dbus_interface=PROPERTIES)
-        self.assertEqual({key: shown[key] for key in ("Id", "Title", "Category", "ItemIsMenu", "IconName", "Status",
-                                                      "AttentionIconName", "Menu")},
-                         {"Id": "halvo-softphone-tray", "Title": "Halvo Softphone", "Category": "Communications",
-                          "ItemIsMenu": True, "IconName": name, "Status": "NeedsAttention" if attention else "Active",
-                          "AttentionIconName": "halvo-softphone-tray-error", "Menu": "/MenuBar"})
-        self.assertEqual(tuple(shown["ToolTip"]), (name, [], FIRST_LINE.strip(), text))
+        wanted = {"Id": "halvo-softphone-tray", "Title": "Halvo Softphone", "Category": "Communications", "ItemIsMenu": True,
+                  "IconName": name, "Status": "NeedsAttention" if attention else "Active", "Menu": "/MenuBar",
+                  "AttentionIconName": "halvo-softphone-tray-error", "ToolTip": (name, [], FIRST_LINE.strip(), text)}
+        self.assertEqual({key: tuple(shown[key]) if key == "ToolTip" else shown[key] for key in wanted}, wanted)
         self.assertEqual([(w, h) for w, h, _ in shown["IconPixmap"]], [(size, size) for size in SIZES])
         self.assert_icon(item, icon)
         # Uninstalled the build tree's copy of the theme, installed the installed one: the shipped files.
-        for size in SIZES:
-            self.assertEqual(pathlib.Path(shown["IconThemePath"], "hicolor/%dx%d/apps/%s.png" % (size, size, name)).read_bytes(),
-                             pathlib.Path(ARGS.icons.format(name=icon, size=size)).read_bytes())
-        self.assertTrue(os.path.isfile(os.path.join(shown["IconThemePath"], "hicolor/scalable/apps/%s.svg" % name)))
+        theme = pathlib.Path(shown["IconThemePath"], "hicolor")
+        self.assertEqual([(theme / ("%dx%d/apps/%s.png" % (size, size, name))).read_bytes() for size in SIZES],
+                         [pathlib.Path(ARGS.icons.format(name=icon, size=size)).read_bytes() for size in SIZES])
+        self.assertTrue((theme / "scalable/apps" / (name + ".svg")).is_file())
 
     def test_statuses_follow_the_table_and_nothing_else(self):
         tray = self.start()
@@ -362,10 +360,8 @@ class TrayE2E(Harness):
                 with connect(tray.socket_path()) as client:
                     client.sendall(frame(CONNECTED))
                     self.wait_tool_tip(self.item(), "Connected")
-                self.assertEqual(len(tray.active_log_files()), 1)
-                self.assertEqual(tray.close_input(), 0)
-                # The active log file is packed on the way out.
-                self.assertEqual(tray.active_log_files(), [])
+                # The active log file is packed on the way out (the tuple is evaluated in order).
+                self.assertEqual((len(tray.active_log_files()), tray.close_input(), tray.active_log_files()), (1, 0, []))
 
     def test_lost_socket_folder_is_waited_for(self):
         # Without a runtime folder the socket is in the temporary folder, which a cleaner removes
@@ -414,8 +410,7 @@ class ReportE2E(Harness):
         os.symlink(shutil.which("zip"), os.path.join(bin_folder, "zip"))
         for name in ("org.a11y.Bus", FILE_MANAGER):
             self.bus.request_name(name)
-        listener = socket.create_server(("127.0.0.1", 0))
-        self.addCleanup(listener.close)
+        listener = self.enterContext(socket.create_server(("127.0.0.1", 0)))
         tray = self.start({"XDG_CONFIG_HOME": os.path.join(root, "config"), "PATH": bin_folder})
         # A left click, as a panel sends it, opens the menu; a click on its one entry runs the report.
         tray.item.Activate(dbus.Int32(100), dbus.Int32(100), dbus_interface=ITEM_INTERFACE)
@@ -427,8 +422,7 @@ class ReportE2E(Harness):
         pump(0.5)
         self.assertEqual(self.watcher.calls, [("ShowItems", ["file://" + urllib.parse.quote(archive, safe="/")], "")])
         with zipfile.ZipFile(os.path.join(self.root, os.path.basename(archive))) as z:
-            for name, data in KNOWN_LOGS.items():
-                self.assertEqual(z.read("report/logs/" + name), data, name)
+            self.assertEqual({name: z.read("report/logs/" + name) for name in KNOWN_LOGS}, KNOWN_LOGS)
             # The tray's own active log is there too (only its presence: it moves on).
             [active] = tray.active_log_files()
             self.assertIn("report/logs/" + os.path.relpath(active, tray.logs), z.namelist())
@@ -502,15 +496,13 @@ class NativeItemE2E(Harness):
         pump(0.2)
         self.watcher.items = []
         self.bus.request_name(WATCHER_NAME)
-        wait_for(lambda: self.watcher.items, "the item to register again", timeout=1.0)
-        self.assertEqual(self.watcher.items, [first])
+        self.assertEqual(wait_for(lambda: self.watcher.items, "the item to register again", timeout=1.0), [first])
 
     def test_under_wayland_the_item_opens_no_window(self):
         if not shutil.which("weston"):
             self.skipTest("weston is not installed (scripts/install-deps.sh installs it)")
-        runtime, log = os.path.join(self.root, "wayland"), open(os.path.join(self.root, "weston.txt"), "w+")
+        runtime, log = os.path.join(self.root, "wayland"), self.enterContext(open(os.path.join(self.root, "weston.txt"), "w+"))
         os.makedirs(runtime, mode=0o700)
-        self.addCleanup(log.close)
         weston = subprocess.Popen(["weston", "--backend=headless-backend.so", "--socket=hv-e2e", "--idle-time=0"],
                                   env={**os.environ, "XDG_RUNTIME_DIR": runtime}, stdout=log, stderr=subprocess.STDOUT)
         self.addCleanup(weston.wait, timeout=10)
@@ -596,9 +588,7 @@ class HostileClientE2E(Harness):
     def test_hostile_clients_cost_no_status_memory_or_disk_and_idle_is_silent(self):
         tray = self.start()
         # One connected and silent, one stopped in the middle of a frame; both stay.
-        stuck, half = connect(tray.socket_path()), connect(tray.socket_path())
-        for client in (stuck, half):
-            self.addCleanup(client.close)
+        stuck, half = (self.enterContext(connect(tray.socket_path())) for _ in range(2))
         half.sendall(frame(CONNECTED)[:9])
         # Promptly: within the few seconds that the tool tip is waited for.
         self.send_status(tray, "Connected,Success", "Connected")
@@ -673,12 +663,6 @@ class LiveReportE2E(Harness):
     # The report is built beside the event loop: the item follows the service meanwhile, its entry
     # says so, and quitting waits for it. The log folder makes a report take seconds: packed parts
     # (stored) and text that does not compress.
-    def assert_archive(self, path):
-        self.assertRegex(os.path.basename(path), ARCHIVE)
-        with zipfile.ZipFile(path) as z:
-            self.assertIsNone(z.testzip())
-            self.assertEqual(z.getinfo("report/logs/HalvoSoftphone-2026-11-20.gz").file_size, 120 << 20)
-
     def test_item_follows_the_service_during_a_report_one_runs_at_a_time_and_quitting_waits_for_it(self):
         self.bus.request_name(FILE_MANAGER)
         self.addCleanup(self.bus.release_name, FILE_MANAGER)
@@ -686,7 +670,6 @@ class LiveReportE2E(Harness):
         for name, megabytes in (("HalvoSoftphone-2026-11-20.gz", 120), ("HalvoSoftphone-2026-11-23.log", 48)):
             write(os.path.join(tray.logs, name), os.urandom(megabytes << 20))
         downloads = os.path.join(tray.root, "Downloads")
-        self.assertEqual(self.entry(tray)[2:], ("Collect logs into a ZIP file", True))
         self.click(tray)
         self.click(tray)
         pump(0.3)
@@ -711,7 +694,9 @@ class LiveReportE2E(Harness):
         left = os.listdir(downloads)
         self.assertTrue(archive in left and len(left) <= 2, left)
         for name in left:
-            self.assert_archive(os.path.join(downloads, name))
+            self.assertRegex(name, ARCHIVE)
+            with zipfile.ZipFile(os.path.join(downloads, name)) as z:
+                self.assertEqual((z.testzip(), z.getinfo("report/logs/HalvoSoftphone-2026-11-20.gz").file_size), (None, 120 << 20))
         self.assertEqual([name for _, _, files in os.walk(tray.env["TMPDIR"]) for name in files], [])
 
 
