@@ -8,7 +8,7 @@
 #       --tray PATH --peer PATH --icons 'FOLDER/{name}-{size}.png' [TrayE2E.test_...]
 #   tray_e2e.py --list    prints the id of every test; CTest registers one entry per id
 
-import argparse, functools, glob, gzip, os, pathlib, pwd, re, shutil, signal, socket, subprocess, sys, tempfile, time
+import argparse, contextlib, functools, glob, gzip, os, pathlib, pwd, re, shutil, signal, socket, subprocess, sys, tempfile, time
 import unittest
 import urllib.parse, zipfile
 
@@ -50,9 +50,8 @@ class Desktop(dbus.service.Object):
     # dbus-python does not list by itself.
     @dbus.service.method(dbus.INTROSPECTABLE_IFACE, out_signature="s", path_keyword="path", connection_keyword="bus")
     def Introspect(self, path, bus):
-        return super().Introspect(path, bus).replace('<interface name="%s">' % WATCHER_NAME, '<interface name="%s">'
-                                                     '<property name="IsStatusNotifierHostRegistered" type="b" '
-                                                     'access="read"/>' % WATCHER_NAME)
+        return super().Introspect(path, bus).replace('<interface name="%s">' % WATCHER_NAME, '<interface name="%s"><property '
+                                                     'name="IsStatusNotifierHostRegistered" type="b" access="read"/>' % WATCHER_NAME)
 
     @dbus.service.method(PROPERTIES, in_signature="ss", out_signature="v")
     def Get(self, interface, name):
@@ -166,17 +165,14 @@ def accessible_nodes(bus):
 
 def connect(path, timeout=10.0):
     # A client connected the moment something listens at `path`: the service's way.
-    deadline = time.monotonic() + timeout
-    while True:
-        client = socket.socket(socket.AF_UNIX)
-        try:
-            client.connect(path)
-            return client
-        except (FileNotFoundError, ConnectionRefusedError):
+    # A Unix socket whose connect failed is still unconnected, and may try again.
+    client, deadline = socket.socket(socket.AF_UNIX), time.monotonic() + timeout
+    while error := client.connect_ex(path):
+        if time.monotonic() > deadline:
             client.close()
-            if time.monotonic() > deadline:
-                raise
-            time.sleep(0.0005)
+            raise OSError(error, os.strerror(error), path)
+        time.sleep(0.0005)
+    return client
 
 
 class Tray:
@@ -188,8 +184,7 @@ class Tray:
         for folder in (self.logs, self.runtime, os.path.join(root, "tmp")):
             os.makedirs(folder, mode=0o700, exist_ok=True)
         self.output = open(os.path.join(root, "output.txt"), "wb")
-        self.process = start and subprocess.Popen([ARGS.tray], stdin=subprocess.PIPE, stdout=self.output,
-                                                  stderr=subprocess.STDOUT, env=self.env)
+        self.process = start and subprocess.Popen([ARGS.tray], stdin=subprocess.PIPE, stdout=self.output, stderr=subprocess.STDOUT, env=self.env)
 
     def socket_path(self):
         # Without a runtime folder: the user's private folder in the temporary one.
@@ -211,8 +206,7 @@ class Tray:
         return glob.glob(os.path.join(self.logs, "**", "*-%s-%d" % (VERSION, self.process.pid)), recursive=True)
 
     def peer(self, *arguments):
-        subprocess.run([ARGS.peer, "--pipe", "tray", *arguments], env=self.env, check=True, timeout=10,
-                       capture_output=True)
+        subprocess.run([ARGS.peer, "--pipe", "tray", *arguments], env=self.env, check=True, timeout=10, capture_output=True)
 
     def stop(self):
         if self.process:
@@ -227,8 +221,7 @@ class Harness(unittest.TestCase):
     def setUp(self):
         self.bus.request_name(WATCHER_NAME)
         self.watcher.calls = []
-        self.root = tempfile.mkdtemp(prefix="hv-e2e-")
-        self.addCleanup(shutil.rmtree, self.root, True)
+        self.root = self.enterContext(tempfile.TemporaryDirectory(prefix="hv-e2e-", ignore_cleanup_errors=True))
         self.trays = 0
 
     def spawn(self, env=None, start=True):
@@ -519,9 +512,8 @@ class NativeItemE2E(Harness):
         pump(0.5)
         requests = pathlib.Path(tray.root, "output.txt").read_text(errors="replace")
         # On the compositor, yet no surface at all: neither a window nor a popup.
-        self.assertIn('bind(1, "wl_compositor"', requests)
-        self.assertNotIn("create_surface", requests)
-        self.assertEqual(len(tray.log_lines("DEBUG", "under Wayland")), 2)
+        self.assertEqual(('bind(1, "wl_compositor"' in requests, "create_surface" in requests, len(tray.log_lines("DEBUG", "under Wayland"))),
+                         (True, False, 2))
 
 
 class EnvironmentE2E(Harness):
@@ -535,8 +527,7 @@ class EnvironmentE2E(Harness):
         tray.env.update({name: value and value.format(root=tray.root) for name, value in env.items()})
         tray.env = {name: value for name, value in tray.env.items() if value is not None}
         wrapper = ["unshare", "-m", "sh", "-ec", script.format(root=tray.root, logs=tray.logs) + '\nexec "$0"'] if script else []
-        tray.process = subprocess.Popen(wrapper + [ARGS.tray], stdin=subprocess.PIPE, stdout=tray.output,
-                                        stderr=subprocess.STDOUT, env=tray.env)
+        tray.process = subprocess.Popen(wrapper + [ARGS.tray], stdin=subprocess.PIPE, stdout=tray.output, stderr=subprocess.STDOUT, env=tray.env)
         tray.item = self.item()
         self.send_status(tray, "Connected,Success", "Connected")
         return tray
@@ -597,11 +588,8 @@ class HostileClientE2E(Harness):
 
         def send(data, level, text, count):
             # One client that sends `data` and goes, and the line that its frame leaves.
-            with connect(tray.socket_path()) as client:
-                try:
-                    client.sendall(data)
-                except (BrokenPipeError, ConnectionResetError):
-                    pass  # let go before the end
+            with connect(tray.socket_path()) as client, contextlib.suppress(BrokenPipeError, ConnectionResetError):
+                client.sendall(data)  # the tray may let go before the end
             wait_for(lambda: len(tray.log_lines(level, text)) >= count, text, timeout=30)
 
         # Declared lengths of 64 and 16 MiB with 10 bytes behind them, and a whole 8 MiB frame
@@ -707,8 +695,7 @@ if __name__ == "__main__":
     parser.add_argument("--list", action="store_true", help="print the test ids and stop")
     ARGS, rest = parser.parse_known_args()
     if ARGS.list:
-        print("\n".join(t.id().split(".", 1)[1] for s in unittest.defaultTestLoader.loadTestsFromModule(sys.modules[__name__])
-                        for t in s))
+        print("\n".join(t.id().split(".", 1)[1] for s in unittest.defaultTestLoader.loadTestsFromModule(sys.modules[__name__]) for t in s))
     else:
         DBusGMainLoop(set_as_default=True)
         Harness.bus = dbus.SessionBus()

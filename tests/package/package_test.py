@@ -5,7 +5,7 @@
 #   package_test.py --build-dir DIR --source-dir DIR --cpack PATH [unittest arguments]
 # Exit status 77 (skipped) without dpkg-deb.
 
-import argparse, glob, os, shutil, subprocess, sys, tempfile, unittest
+import argparse, glob, os, pathlib, shutil, subprocess, sys, tempfile, unittest
 
 NAME, VERSION = "halvo-softphone-tray", os.environ["HV_VERSION"]
 TRAY, PEER, REPORT = "usr/libexec/halvo-softphone/HalvoSoftphoneTray", "usr/bin/hv-service-peer", "usr/bin/hv-collect-report"
@@ -60,8 +60,7 @@ class PackageTest(unittest.TestCase):
         subprocess.run(["dpkg-deb", "-x", self.deb, root], check=True)
         result = run("hardening-check", "--nocfprotection", *(os.path.join(root, path) for path in (TRAY, PEER, REPORT)))
         sys.stderr.write(result.stdout)
-        self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
-        self.assertEqual(result.stdout.count(": yes"), 3 * 5, result.stdout)
+        self.assertEqual((result.returncode, result.stdout.count(": yes")), (0, 3 * 5), result.stdout + result.stderr)
 
     def test_installed_programs_run_and_purge_leaves_nothing(self):
         # A root with a dpkg database of its own, where the libraries are the machine's.
@@ -73,9 +72,8 @@ class PackageTest(unittest.TestCase):
                                                  capture_output=True)
         dpkg("-i", self.deb)
         e2e = os.path.join(ARGS.source_dir, "tests", "e2e")
-        result = run("xvfb-run", "-a", "-s", "-screen 0 800x600x24", "dbus-run-session",
-                     "--config-file=" + os.path.join(e2e, "session-bus.conf"), "--", "/usr/bin/python3",
-                     os.path.join(e2e, "tray_e2e.py"), "--tray", os.path.join(root, TRAY), "--peer",
+        result = run("xvfb-run", "-a", "-s", "-screen 0 800x600x24", "dbus-run-session", "--config-file=" + os.path.join(e2e, "session-bus.conf"),
+                     "--", "/usr/bin/python3", os.path.join(e2e, "tray_e2e.py"), "--tray", os.path.join(root, TRAY), "--peer",
                      os.path.join(root, PEER), "--icons", os.path.join(root, ICON % ("{size}", "{size}", "{name}")),
                      "TrayE2E.test_statuses_follow_the_table_and_nothing_else",
                      "TrayE2E.test_peer_spawns_the_tray_and_ends_it_by_closing_its_input")
@@ -85,9 +83,8 @@ class PackageTest(unittest.TestCase):
         self.assertEqual(run(os.path.join(root, REPORT), "--version").returncode, 0)
 
         dpkg("--purge", NAME)
-        left = [os.path.relpath(os.path.join(folder, name), root) for folder, folders, files in os.walk(root)
-                for name in folders + files]
-        self.assertEqual(sorted(path for path in left if not path.startswith("var/lib/dpkg/")), ["var", "var/lib", "var/lib/dpkg"])
+        left = sorted(str(path.relative_to(root)) for path in pathlib.Path(root).rglob("*"))
+        self.assertEqual([path for path in left if not path.startswith("var/lib/dpkg/")], ["var", "var/lib", "var/lib/dpkg"])
 
 
 if __name__ == "__main__":
