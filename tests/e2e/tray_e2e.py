@@ -156,11 +156,9 @@ def accessible_nodes(bus):
         for child in node.GetChildren(dbus_interface="org.a11y.atspi.Accessible", timeout=2) if depth < 8 else []:
             yield from under(str(child[0]), str(child[1]), depth + 1)
     for name in bus.list_names():
-        try:
+        with contextlib.suppress(dbus.DBusException):  # no accessibility tree there
             if name.startswith(":") and name != bus.get_unique_name():
                 yield from under(name, "/org/a11y/atspi/accessible/root", 0)
-        except dbus.DBusException:
-            pass  # no accessibility tree there
 
 
 def connect(path, timeout=10.0):
@@ -322,8 +320,7 @@ class TrayE2E(Harness):
         self.bus.release_name(WATCHER_NAME)
         panel = subprocess.Popen(["trayer", "--edge", "top", "--align", "right", "--widthtype", "pixel", "--width",
                                   "100", "--height", "24"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        self.addCleanup(panel.wait)
-        self.addCleanup(panel.kill)
+        self.addCleanup(lambda: panel.kill() or panel.wait())
         # The panel must own the tray selection before the tray asks for it.
         wait_for(lambda: "trayer" in run("xwininfo", "-root", "-tree"), "the panel")
         pump(0.5)
@@ -498,8 +495,7 @@ class NativeItemE2E(Harness):
         os.makedirs(runtime, mode=0o700)
         weston = subprocess.Popen(["weston", "--backend=headless-backend.so", "--socket=hv-e2e", "--idle-time=0"],
                                   env={**os.environ, "XDG_RUNTIME_DIR": runtime}, stdout=log, stderr=subprocess.STDOUT)
-        self.addCleanup(weston.wait, timeout=10)
-        self.addCleanup(weston.terminate)
+        self.addCleanup(lambda: weston.terminate() or weston.wait(timeout=10))
         display = os.path.join(runtime, "hv-e2e")
         wait_for(lambda: os.path.exists(display) or weston.poll() is not None, "weston", timeout=10)
         if not os.path.exists(display):
@@ -558,8 +554,7 @@ class EnvironmentE2E(Harness):
             with self.subTest(stop=stop):
                 tray = self.launch()
                 if isinstance(stop, bytes):  # read and dropped; only the end of the input stops the tray
-                    tray.process.stdin.write(stop)
-                    tray.process.stdin.flush()
+                    os.write(tray.process.stdin.fileno(), stop)
                     self.send_status(tray, "Waiting,Success", "Waiting")
                     self.assertIsNone(tray.process.poll())
                     tray.process.stdin.close()
