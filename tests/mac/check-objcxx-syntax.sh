@@ -16,10 +16,8 @@ flags=(-x objective-c++ -std=c++20 -fobjc-arc -fobjc-runtime=macosx-10.15 -fbloc
        -I"$here/apple-sdk" -I"$here/libproc-double" -I"$2" -I"$source_dir/tray")
 for dir in "$source_dir"/libs/*/; do flags+=(-I"${dir%/}"); done
 IFS=';' read -ra more <<<"${4:-}"
-for dir in "${more[@]}"; do
-  # The compiler's own system folders stay where they are, or #include_next breaks.
-  [[ -n $dir && $dir != /usr/include && $dir != /usr/local/include ]] && flags+=(-isystem "$dir")
-done
+# The compiler's own system folders stay where they are, or #include_next breaks.
+for dir in "${more[@]}"; do [[ -n $dir && $dir != /usr/include && $dir != /usr/local/include ]] && flags+=(-isystem "$dir"); done
 
 mapfile -t units < <(cd "$source_dir" && find libs tray -name '*.mm' | sort)
 failed=0

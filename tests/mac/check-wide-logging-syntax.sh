@@ -22,10 +22,8 @@ unit_flags() {
     [[ -z $item || $item == /usr/include || $item == /usr/local/include ]] && continue
     [[ $item == "$source_dir"/* || $item == "$binary_dir"/* ]] && flags+=(-I"$item") || flags+=(-isystem "$item")
   done
-  IFS=';' read -ra list <<<"$definitions"
-  for item in "${list[@]}"; do [[ -n $item ]] && flags+=(-D"$item"); done
-  IFS=';' read -ra list <<<"$options"
-  for item in "${list[@]}"; do [[ -n $item ]] && flags+=("$item"); done
+  IFS=';' read -ra list <<<"$definitions" && flags+=("${list[@]/#/-D}")
+  IFS=';' read -ra list <<<"$options" && flags+=("${list[@]}")
 }
 
 mapfile -t lines <"$units_file"

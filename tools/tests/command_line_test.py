@@ -22,8 +22,7 @@ class CommandLineTest(unittest.TestCase):
             self.assertEqual((version.returncode, version.stdout, version.stderr), (0, "%s %s\n" % (tool, os.environ["HV_VERSION"]), ""))
             for flag in ("--help", "-h"):
                 result = run(tool, flag)
-                self.assertEqual((result.returncode, result.stderr), (0, ""))
-                self.assertTrue(result.stdout.startswith("usage: %s " % tool), result.stdout)
+                self.assertEqual((result.returncode, result.stderr, result.stdout.split(" ", 2)[:2]), (0, "", ["usage:", tool]))
 
     def test_refusals_are_one_line_with_status_2(self):
         # A line break in a value does not break the one-line refusal either.
