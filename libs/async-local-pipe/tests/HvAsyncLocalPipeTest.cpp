@@ -104,7 +104,7 @@ TEST_F(LocalPipeTest, OneReceiverPerUserAndNameTheNextTakesOverWhenItEnds)
     ASSERT_TRUE(runUntil(m_io, [&] { return fs::exists(m_path); }));
     // The second waits without touching the socket, and says so once.
     auto receiver = startReceiver();
-    Hv::Test::runFor(m_io, std::chrono::milliseconds(2500));
+    runUntil(m_io, [] { return false; }, std::chrono::milliseconds(2500));
     EXPECT_EQ(m_capture.count(log4cplus::WARN_LOG_LEVEL, "Another process of this user (pid " + std::to_string(holder.pid()) +
                                                              ") is listening on named pipe in test; trying again every second"), 1u);
     holder.kill();
@@ -144,7 +144,7 @@ TEST_F(LocalPipeTest, SocketFolderOpenToOthersIsWaitedFor)
             ASSERT_EQ(::chown(folder.c_str(), 65534, 65534), 0);
         const std::string text = "the folder " + folder.string() + problem;
         // One ERROR line however many retries.
-        Hv::Test::runFor(m_io, std::chrono::milliseconds(2300));
+        runUntil(m_io, [] { return false; }, std::chrono::milliseconds(2300));
         EXPECT_EQ(m_capture.count(log4cplus::ERROR_LOG_LEVEL, "Unable to listen on named pipe in test at " + m_path + ": " + text +
                                                                   "; trying again every second"), 1u);
         Socket client(m_io);
@@ -179,7 +179,7 @@ TEST_F(LocalPipeTest, NewestClientReplacesTheCurrentOneAndAStalledFrameIsClosed)
     EXPECT_EQ(m_capture.count(log4cplus::INFO_LOG_LEVEL, "A new client replaces the client of named pipe in test"), 1u);
 
     // Quiet between whole frames, as the service is between statuses: kept.
-    Hv::Test::runFor(m_io, std::chrono::milliseconds(6500));
+    runUntil(m_io, [] { return false; }, std::chrono::milliseconds(6500));
     EXPECT_FALSE(servedEnded);
     boost::asio::write(served, boost::asio::buffer(frame("a|2") + frame(10, "a|")));
     ASSERT_TRUE(runUntil(m_io, [&] { return m_received.size() == 2; }));
