@@ -22,6 +22,7 @@
 @end
 
 @interface NSMenu : NSObject
+@property BOOL autoenablesItems;
 - (instancetype)initWithTitle:(NSString*)title;
 - (NSMenuItem*)addItemWithTitle:(NSString*)string action:(SEL)selector keyEquivalent:(NSString*)charCode;
 @end
