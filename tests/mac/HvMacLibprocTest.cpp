@@ -119,8 +119,7 @@ extern "C" int proc_pidfdinfo(int pid, int fd, int flavor, void* buffer, int buf
 
 namespace {
 
-constexpr int LISTEN = 1;
-constexpr int ESTABLISHED = 4;
+constexpr int LISTEN = 1, ESTABLISHED = 4;
 
 class MacLibproc : public ::testing::Test {
 protected:

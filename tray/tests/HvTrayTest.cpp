@@ -25,10 +25,9 @@
 
 namespace {
 
-using Hv::Tray::Icon;
+using Hv::Tray::Icon, Hv::Tray::Presentation;
 
 const std::string TITLE = std::string("Halvo Softphone (") + Hv::PRODUCT_VERSION + ")";
-using Hv::Tray::Presentation;
 
 TEST(TrayTest, StatusMessagesChooseIconTextsAndAttention)
 {

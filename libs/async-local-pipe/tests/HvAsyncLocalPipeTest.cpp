@@ -16,8 +16,7 @@
 
 #include <iostream>
 
-using Hv::Test::frame;
-using Hv::Test::runUntil;
+using Hv::Test::frame, Hv::Test::runUntil;
 using Socket = boost::asio::local::stream_protocol::socket;
 namespace fs = boost::filesystem;
 
