@@ -20,8 +20,7 @@
 
 namespace {
 
-using Hv::Network::TcpConnectionInfo;
-using Hv::TaskList::TaskInfo;
+using Hv::Network::TcpConnectionInfo, Hv::TaskList::TaskInfo;
 using Pids = std::vector<int>;
 
 // A socket descriptor and what PROC_PIDFDSOCKETINFO answers for it.

@@ -22,8 +22,8 @@ namespace {
 using namespace Hv::Test;
 namespace fs = boost::filesystem;
 
-const std::string HEADER = std::string(", version ") + Hv::PRODUCT_VERSION + ", local time ";
-const std::string STAMP = R"( \d{4}-\d\d-\d\d \d\d:\d\d:\d\d,\d{3}\.\d{3} \[[^\]]+\] - )";
+const std::string HEADER = std::string(", version ") + Hv::PRODUCT_VERSION + ", local time ",
+                  STAMP = R"( \d{4}-\d\d-\d\d \d\d:\d\d:\d\d,\d{3}\.\d{3} \[[^\]]+\] - )";
 
 struct Probe {
     static constexpr int TRACE_LINE = __LINE__ + 2;
