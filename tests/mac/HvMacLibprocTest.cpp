@@ -20,8 +20,7 @@
 
 namespace {
 
-using Hv::Network::TcpConnectionInfo;
-using Hv::TaskList::TaskInfo;
+using Hv::Network::TcpConnectionInfo, Hv::TaskList::TaskInfo;
 using Pids = std::vector<int>;
 
 // A socket descriptor and what PROC_PIDFDSOCKETINFO answers for it.
@@ -119,8 +118,7 @@ extern "C" int proc_pidfdinfo(int pid, int fd, int flavor, void* buffer, int buf
 
 namespace {
 
-constexpr int LISTEN = 1;
-constexpr int ESTABLISHED = 4;
+constexpr int LISTEN = 1, ESTABLISHED = 4;
 
 class MacLibproc : public ::testing::Test {
 protected:
@@ -141,19 +139,14 @@ protected:
     Hv::Test::LogCapture m_capture;
 };
 
-// A listing longer than the first buffer, first answered with more bytes than it was given.
-TEST_F(MacLibproc, TcpTableReadsEveryListedPidInTheListingsOrderAfterAnOversizedAnswerAndHoweverManyThereAre)
-{
-    for (int pid = 100; pid >= 1; --pid) // the listing's order, not the pids'
-        script.pids.push_back(pid);
-    script.oversizedListings = 1;
-    wholeTable();
-    EXPECT_EQ(script.taskInfoPids, script.pids);
-}
-
 TEST_F(MacLibproc, TcpTableKeepsTcpAndUdpSocketsOfBothFamiliesOfReadableProcessesAndStopsAtTheFirstTcpMatch)
 {
+    // The listing's order, not the pids'; longer than the first buffer, and first answered with
+    // more bytes than it was given; the processes after 13 hold no descriptors.
     script.pids = {10, 11, 12, 13};
+    for (int pid = 100; pid > 13; --pid)
+        script.processes[script.pids.emplace_back(pid)] = {};
+    script.oversizedListings = 1;
     Process refused{"", 0, 10, {{3, inetSocket(ESTABLISHED, "127.0.0.1", 1, "127.0.0.1", 2)}}};
     script.processes[10] = refused;
     refused.taskInfoResult = 300; // more than asked for: skipped without a line
@@ -177,8 +170,10 @@ TEST_F(MacLibproc, TcpTableKeepsTcpAndUdpSocketsOfBothFamiliesOfReadableProcesse
                                                       "    TCP 127.0.0.1:40000 --> 127.0.0.1:5061 ESTAB, PID 12",
                                                       "    TCP 127.0.0.1:5060 --> 0.0.0.0:0 LISTEN, PID 12",
                                                       "    TCP 127.0.0.1:5060 --> 127.0.0.1:443 ESTAB, PID 13"}));
+    EXPECT_EQ(script.taskInfoPids, script.pids);
     EXPECT_EQ(m_capture.messages(log4cplus::FATAL_LOG_LEVEL),
-              (std::vector<std::string>{"proc_listpids() got 10 bytes instead of expected " + std::to_string(sizeof(proc_taskallinfo)) + " bytes"}));
+              (std::vector<std::string>{"proc_listpids() got 201 bytes instead of expected 200 bytes",
+                                        "proc_listpids() got 10 bytes instead of expected " + std::to_string(sizeof(proc_taskallinfo)) + " bytes"}));
 
     // TCP only, IPv4 and IPv6 alike.
     EXPECT_EQ(Hv::Network::findProcessByTcpPorts(53, 0), 0u);

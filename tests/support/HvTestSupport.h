@@ -94,9 +94,4 @@ bool runUntil(boost::asio::io_context& ioContext, Predicate done,
     }
 }
 
-inline void runFor(boost::asio::io_context& ioContext, std::chrono::milliseconds duration)
-{
-    runUntil(ioContext, [] { return false; }, duration);
-}
-
 } // namespace Hv::Test

@@ -22,14 +22,12 @@
 #include <stdexcept>
 #include <thread>
 #include <tuple>
-#include <unistd.h>
 
 namespace {
 
-using Hv::Tray::Icon;
+using Hv::Tray::Icon, Hv::Tray::Presentation;
 
 const std::string TITLE = std::string("Halvo Softphone (") + Hv::PRODUCT_VERSION + ")";
-using Hv::Tray::Presentation;
 
 TEST(TrayTest, StatusMessagesChooseIconTextsAndAttention)
 {
@@ -71,16 +69,14 @@ TEST(TrayIOServiceTest, RunsWhatIsPostedAfterTheContextRanOutOfWorkAndLogsWhatHa
     int ran = 0;
     boost::asio::post(context, [&ran] { ++ran; });
     EXPECT_EQ(service.handleIoEvents(), 1u);
-    // The context ran out of work, and so stopped; what is posted later runs all the same.
-    boost::asio::post(context, [&ran] { ++ran; });
-    EXPECT_EQ(service.handleIoEvents(), 1u);
-    // What a handler throws is logged; the handlers after it run on the next ticks.
+    // The context ran out of work, and so stopped; what is posted later runs all the same. What a
+    // handler throws is logged; the handlers after it run on the next ticks.
     boost::asio::post(context, [] { throw std::runtime_error("bind: No such file or directory"); });
     boost::asio::post(context, [] { throw 42; });
     boost::asio::post(context, [&ran] { ++ran; });
     for (int tick = 0; tick < 3; ++tick)
         service.pump();
-    EXPECT_EQ(ran, 3);
+    EXPECT_EQ(ran, 2);
     EXPECT_EQ(capture.messages(log4cplus::ERROR_LOG_LEVEL),
               (std::vector<std::string>{"Exception in an event handler: bind: No such file or directory",
                                         "Exception in an event handler: not a standard exception"}));
@@ -126,11 +122,9 @@ TEST(FileUriTest, EncodesEveryByteButUnreservedOnesAndSlashes)
 {
     // Reserved and otherwise special characters, "%" itself included, in upper-case hex; non-ASCII
     // names byte by byte in their UTF-8 form; control bytes too. (The blank is the end-to-end test's.)
-    EXPECT_EQ(Hv::Tray::fileUri("/report_2026-11.15~1/a%b#c?d&e=f+g;h,i:j@k!l$m'n(o)p*q[r]s\"`\\<>{}|^"),
+    EXPECT_EQ(Hv::Tray::fileUri("/report_2026-11.15~1/a%b#c?d&e=f+g;h,i:j@k!l$m'n(o)p*q[r]s\"`\\<>{}|^/T\xC3\xA9l\xC3\xA9/\xE6\x97\xA5\t\n\x7F\xFF"),
               "file:///report_2026-11.15~1/a%25b%23c%3Fd%26e%3Df%2Bg%3Bh%2Ci%3Aj%40k%21l%24m%27n%28o%29p%2Aq%5Br%5Ds"
-              "%22%60%5C%3C%3E%7B%7D%7C%5E");
-    EXPECT_EQ(Hv::Tray::fileUri(std::string("/T\xC3\xA9l\xC3\xA9/\xE6\x97\xA5\t\n\x7F\xFF")),
-              "file:///T%C3%A9l%C3%A9/%E6%97%A5%09%0A%7F%FF");
+              "%22%60%5C%3C%3E%7B%7D%7C%5E/T%C3%A9l%C3%A9/%E6%97%A5%09%0A%7F%FF");
 }
 
 } // namespace

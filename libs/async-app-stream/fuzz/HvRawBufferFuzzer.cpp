@@ -19,23 +19,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Hv::Async::AppStream::operator<<(stream, boost::asio::mutable_buffers_1(bytes.data(), bytes.size()));
     const log4cplus::tstring text = stream.str();
 
-    // "\n" + 51-character hex column + 4 spaces, then one character per byte.
+    // Every line but the last holds 16 bytes: "\n", the 51-character hex column, 4 spaces, then one
+    // printable character per byte; so the lines start every 72 characters and hold no other "\n".
     constexpr std::size_t CHARACTERS = 56;
-    std::size_t lines = 0;
-    std::size_t dumped = 0;
-    for (std::size_t start = 0; start < text.size(); ++lines) {
-        if (text[start] != '\n')
-            std::abort();
-        std::size_t end = start + CHARACTERS;
-        while (end < text.size() && text[end] != '\n')
-            ++end;
-        if (end - start <= CHARACTERS || end - start > CHARACTERS + 16)
-            std::abort();
-        dumped += end - start - CHARACTERS;
-        start = end;
-    }
-    if (dumped != size || lines != (size + 15) / 16)
+    const std::size_t lines = (size + 15) / 16;
+    if (text.size() != lines * CHARACTERS + size || std::size_t(std::count(text.begin(), text.end(), LOG4CPLUS_TEXT('\n'))) != lines)
         std::abort();
+    for (std::size_t start = 0; start < text.size(); start += CHARACTERS + 16)
+        if (text[start] != LOG4CPLUS_TEXT('\n'))
+            std::abort();
 
     // For a log line: the lines of the first bytes (all full ones), and the size when there are more.
     constexpr std::size_t LOGGED = Hv::Async::AppStream::RawBytes::LOGGED_BYTES;

@@ -89,8 +89,7 @@ TEST_F(AppStreamTest, SubscriberHearsOnlyTheFirstFailureUntilItSubscribesAgain)
 
 TEST_F(AppStreamTest, WritesWholeFramesInCallOrder)
 {
-    std::string expected;
-    std::string written;
+    std::string expected, written;
     for (const char fill : {'a', 'b', 'c'}) {
         expected += frame(std::string(100000, fill));
         m_stream->asyncWrite(std::make_shared<AppStream::Buffer>(std::vector<char>(100000, fill)),

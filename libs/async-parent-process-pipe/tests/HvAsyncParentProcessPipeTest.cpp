@@ -28,8 +28,7 @@ TEST_P(ParentProcessPipeTest, FirstFailureStopsAllStreamsAndNotifiesOnce)
         else
             ::close(0);
         auto pipe = std::make_shared<Hv::Async::ParentProcessPipe>(io);
-        int calls = 0;
-        int transfers = 0;
+        int calls = 0, transfers = 0;
         pipe->onAppStreamError([&] { ++calls; });
         const auto read = [&] { pipe->in()->asyncRead(std::make_shared<Hv::Async::AppStream::Buffer>(), [&] { ++transfers; }); };
         read();

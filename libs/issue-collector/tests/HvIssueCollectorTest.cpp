@@ -18,9 +18,7 @@
 namespace {
 
 namespace fs = boost::filesystem;
-using Hv::Test::LogCapture;
-using Hv::Test::readFile;
-using Hv::Test::writeFile;
+using Hv::Test::LogCapture, Hv::Test::readFile, Hv::Test::writeFile;
 
 // Write system calls of this process so far.
 unsigned long writeCalls()

@@ -200,9 +200,9 @@ TEST(TcpTable, ListsWhatSsShowsInPidAndDescriptorOrderAndSkipsAProcessThatEnds)
 
     const auto port = [](const sockaddr_in6& end) { return std::to_string(ntohs(end.sin6_port)); };
     const uint32_t selfPid = getpid();
-    const std::string self = std::to_string(selfPid), listening = "[::]:" + port(address) + " --> [::]:0 LISTEN";
-    const std::string serverEnd = "127.0.0.1:" + port(address), clientEnd = "127.0.0.1:" + port(clientAddress);
-    const std::string waitingEnd = "127.0.0.1:" + port(waitingAddress);
+    const std::string pid = ", PID " + std::to_string(selfPid), listening = "[::]:" + port(address) + " --> [::]:0 LISTEN";
+    const std::string serverEnd = "127.0.0.1:" + port(address), clientEnd = "127.0.0.1:" + port(clientAddress),
+                      waitingEnd = "127.0.0.1:" + port(waitingAddress);
     // A holder of the same sockets that ends as the first record comes, after the pids were
     // listed. (The holders that stay are the ss cross-check's.)
     Hv::Test::Process victim(idle);
@@ -215,7 +215,6 @@ TEST(TcpTable, ListsWhatSsShowsInPidAndDescriptorOrderAndSkipsAProcessThatEnds)
             lines.push_back(text(info));
     }
     close(highListener);
-    const std::string pid = ", PID " + self;
     EXPECT_EQ(lines, (std::vector<std::string>{"    TCP " + listening + pid, "    TCP " + clientEnd + " --> " + serverEnd + " ESTAB" + pid,
                                                "    TCP " + waitingEnd + " --> " + serverEnd + " ESTAB" + pid,
                                                "    UDP [::1]:" + port(udpAddress) + " --> [::]:0" + pid,

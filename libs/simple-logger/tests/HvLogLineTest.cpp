@@ -30,7 +30,7 @@ log4cplus::tstring mixed()
 
 namespace {
 
-TEST(LogLine, FindsEachValuesOperatorAndKeepsEveryByteOfNarrowText)
+TEST(LogLine, FindsEachValuesOperatorKeepsEveryByteOfNarrowTextAndPrintsEachKindOfTraceArgument)
 {
     EXPECT_EQ(Caller::mixed(), LOG4CPLUS_TEXT("name tray, pid 42, own, system:2"));
     // Each byte becomes the character of that number: bytes above 0x7f must not turn negative on
@@ -38,15 +38,12 @@ TEST(LogLine, FindsEachValuesOperatorAndKeepsEveryByteOfNarrowText)
     Hv::Log::Line line;
     line << std::string("caf\xe9\0!", 6) << std::string_view("\x7f\x80") << "\xff";
     EXPECT_EQ(line.str(), log4cplus::tstring(LOG4CPLUS_TEXT("caf\xe9\0!\x7f\x80\xff"), 9));
-}
 
-TEST(LogLine, TraceArgumentsPrintEachKindOfValue)
-{
-    Hv::Log::Line line;
-    Hv::Log::writeArguments(line.stream(), Hv::Log::named("text", std::string("tr\xe4y")),
+    Hv::Log::Line trace;
+    Hv::Log::writeArguments(trace.stream(), Hv::Log::named("text", std::string("tr\xe4y")),
                             Hv::Log::named("markers", std::vector<std::string>{"a", "b"}),
                             Hv::Log::named("flag", true), Hv::Log::named("byte", static_cast<unsigned char>(7)));
-    EXPECT_EQ(line.str(), LOG4CPLUS_TEXT("text = tr\xe4y, markers = [a, b], flag = 1, byte = 7"));
+    EXPECT_EQ(trace.str(), LOG4CPLUS_TEXT("text = tr\xe4y, markers = [a, b], flag = 1, byte = 7"));
 }
 
 } // namespace

@@ -22,19 +22,14 @@ namespace {
 using namespace Hv::Test;
 namespace fs = boost::filesystem;
 
-const std::string HEADER = std::string(", version ") + Hv::PRODUCT_VERSION + ", local time ";
-const std::string STAMP = R"( \d{4}-\d\d-\d\d \d\d:\d\d:\d\d,\d{3}\.\d{3} \[[^\]]+\] - )";
+const std::string HEADER = std::string(", version ") + Hv::PRODUCT_VERSION + ", local time ",
+                  STAMP = R"( \d{4}-\d\d-\d\d \d\d:\d\d:\d\d,\d{3}\.\d{3} \[[^\]]+\] - )";
 
 struct Probe {
     static constexpr int TRACE_LINE = __LINE__ + 2;
     std::string label() const { return "x"; }
     void trace(int count, const std::string& name) { HV_TRACE(count, name, this->label(), (count > 2)); }
 } g_probe; // global, so that its address is the same in the forked child
-
-std::vector<fs::path> entries(const fs::path& folder)
-{
-    return {fs::directory_iterator(folder), fs::directory_iterator()};
-}
 
 TEST(SimpleLogger, RunWritesHeaderAndTraceLinesIntoAFileOfItsOwn)
 {
@@ -74,7 +69,7 @@ TEST(SimpleLogger, RunWritesHeaderAndTraceLinesIntoAFileOfItsOwn)
     // The folders it made are the user's alone.
     EXPECT_EQ(fs::status(logs).permissions(), fs::owner_all);
     EXPECT_EQ(fs::status(logs / "Run").permissions(), fs::owner_all);
-    const std::vector<fs::path> files = entries(logs / "Run");
+    const std::vector<fs::path> files(fs::directory_iterator(logs / "Run"), {});
     ASSERT_EQ(files.size(), 1u);
     const std::string name = files[0].filename().string();
     std::tm stamp{};
@@ -109,7 +104,7 @@ TEST(SimpleLogger, DayChangeRollsPacksTheDayAndStartsTheNewFileWithHeader)
     ASSERT_EQ(std::system(command.c_str()), 0);
 
     fs::path firstDay;
-    for (const fs::path& file : entries(logs.path() / "DayChange")) {
+    for (const fs::path& file : fs::directory_iterator(logs.path() / "DayChange")) {
         EXPECT_TRUE(file.extension() == ".2024-03-05" || file.extension() == ".2024-03-06" ||
                     file.extension() == ".gz") << "unexpected " << file;
         if (file.extension() == ".2024-03-05")

@@ -53,11 +53,6 @@ std::unique_ptr<Hv::Test::Process> namedChild(const std::string& name, uid_t uid
     return child;
 }
 
-std::string line(const std::string& name, const std::string& owner, pid_t pid)
-{
-    return " PROCESS '" + name + "', OWNER '" + owner + "', PID " + std::to_string(pid);
-}
-
 // Names as the kernel keeps them (any byte but NUL, 15 at most), owners by the effective user id.
 TEST(TaskList, ListsEveryProcessInPidOrderWithItsNameAndOwnerOrUnknownWhenItEnds)
 {
@@ -78,9 +73,10 @@ TEST(TaskList, ListsEveryProcessInPidOrderWithItsNameAndOwnerOrUnknownWhenItEnds
     auto vanishing = namedChild("hv-vanishing", other);
     const pid_t gone = vanishing->pid();
     const std::map<uint32_t, std::string> records = wholeTable([&] { vanishing->kill(); });
-    EXPECT_EQ(records.at(gone), line("<unknown>", "<unknown>", gone));
+    EXPECT_EQ(records.at(gone), " PROCESS '<unknown>', OWNER '<unknown>', PID " + std::to_string(gone));
     for (std::size_t i = 0; i < children.size(); ++i)
-        EXPECT_EQ(records.at(children[i]->pid()), line(cases[i].first, owners.at(cases[i].second), children[i]->pid()));
+        EXPECT_EQ(records.at(children[i]->pid()),
+                  " PROCESS '" + cases[i].first + "', OWNER '" + owners.at(cases[i].second) + "', PID " + std::to_string(children[i]->pid()));
 
     // The search stops at the first accepted record: pids come in order, so no later one follows.
     uint32_t last = 0;
