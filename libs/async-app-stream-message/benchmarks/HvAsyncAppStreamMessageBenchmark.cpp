@@ -5,11 +5,11 @@
 #include "HvAsyncAppStreamMessage.h"
 #include "HvServiceStatus.h"
 
+#include "HvBenchmarkRatios.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cstring>
-#include <iostream>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -76,31 +76,11 @@ void BM_ParseStatusFrame(benchmark::State& state)
 }
 BENCHMARK(BM_ParseStatusFrame);
 
-// Console output plus the real time per iteration of each run, for the ratio line.
-class RecordingReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        ConsoleReporter::ReportRuns(runs);
-        for (const auto& run : runs)
-            times[run.benchmark_name()] = run.GetAdjustedRealTime();
-    }
-    std::map<std::string, double> times;
-};
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    RecordingReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    const auto decode = reporter.times.find("BM_DecodeFrame1MiB");
-    const auto copy = reporter.times.find("BM_Memcpy1MiB");
-    if (decode != reporter.times.end() && copy != reporter.times.end() && copy->second > 0)
-        std::cout << "decode 1 MiB frame / memcpy 1 MiB: " << decode->second / copy->second << "x (goal <= 2x)\n";
-    benchmark::Shutdown();
-    return 0;
+    return Hv::Benchmark::runWithRatios(argc, argv, {
+        {"BM_DecodeFrame1MiB", "BM_Memcpy1MiB", "decode 1 MiB frame / memcpy 1 MiB", "goal <= 2x"},
+    });
 }

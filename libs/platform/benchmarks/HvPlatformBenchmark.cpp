@@ -3,11 +3,11 @@
 
 #include "HvPlatform.h"
 
+#include "HvBenchmarkRatios.h"
+
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <iostream>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -63,33 +63,13 @@ void BM_StringCopy64MiB(benchmark::State& state)
 }
 BENCHMARK(BM_StringCopy64MiB)->Unit(benchmark::kMillisecond);
 
-// Console output plus the real time per iteration of each run, for the ratio line.
-class RecordingReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        ConsoleReporter::ReportRuns(runs);
-        for (const auto& run : runs)
-            times[run.benchmark_name()] = run.GetAdjustedRealTime();
-    }
-    std::map<std::string, double> times;
-};
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    RecordingReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    const auto copy = reporter.times.find("BM_StringCopy64MiB");
-    for (const char* name : {"BM_HideSecretInfoMembers64MiB", "BM_HideSecretInfoClosedSecret64MiB", "BM_HideSecretInfoOpenSecret64MiB"}) {
-        const auto masked = reporter.times.find(name);
-        if (masked != reporter.times.end() && copy != reporter.times.end() && copy->second > 0)
-            std::cout << name << " / copy of 64 MiB: " << masked->second / copy->second << "x (goal <= 2x)\n";
-    }
-    benchmark::Shutdown();
-    return 0;
+    return Hv::Benchmark::runWithRatios(argc, argv, {
+        {"BM_HideSecretInfoMembers64MiB", "BM_StringCopy64MiB", "BM_HideSecretInfoMembers64MiB / copy of 64 MiB", "goal <= 2x"},
+        {"BM_HideSecretInfoClosedSecret64MiB", "BM_StringCopy64MiB", "BM_HideSecretInfoClosedSecret64MiB / copy of 64 MiB", "goal <= 2x"},
+        {"BM_HideSecretInfoOpenSecret64MiB", "BM_StringCopy64MiB", "BM_HideSecretInfoOpenSecret64MiB / copy of 64 MiB", "goal <= 2x"},
+    });
 }
