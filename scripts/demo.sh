@@ -32,8 +32,7 @@ done
 # The second lines of the tool tips that the tray has shown so far, one a line, from its log.
 shown_tool_tips() {
   { find "$1/logs" -type f -exec cat {} + 2>/dev/null || true; } | awk '
-    previous ~ /status.toStdString\(\) = Halvo Softphone/ { sub(/\)$/, ""); print }
-    { previous = $0 }'
+    /presentation.status = / { sub(/.*presentation.status = /, ""); sub(/\)$/, ""); print }'
 }
 
 # Headless, inside the private D-Bus session: panel, tray, one screenshot per state.
