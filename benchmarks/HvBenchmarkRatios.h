@@ -26,8 +26,10 @@ inline int runWithRatios(int argc, char** argv, const std::vector<Ratio>& ratios
         void ReportRuns(const std::vector<Run>& runs) override
         {
             ConsoleReporter::ReportRuns(runs);
+            // With --benchmark_repetitions, the median stands for the run.
             for (const auto& run : runs)
-                times[run.benchmark_name()] = run.GetAdjustedRealTime();
+                if (run.run_type != Run::RT_Aggregate || run.aggregate_name == "median")
+                    times[run.run_name.function_name] = run.GetAdjustedRealTime();
         }
         std::map<std::string, double> times;
     };
