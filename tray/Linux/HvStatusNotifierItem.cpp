@@ -58,44 +58,39 @@ struct MenuEntryKeys {
     QStringList keys;
 };
 
-QDBusArgument& operator<<(QDBusArgument& out, const IconPixmap& pixmap)
+// One D-Bus structure of the fields, in order.
+template <typename... Fields>
+QDBusArgument& structure(QDBusArgument& out, const Fields&... fields)
 {
     out.beginStructure();
-    out << pixmap.width << pixmap.height << pixmap.argb;
+    (out << ... << fields);
     out.endStructure();
     return out;
+}
+
+QDBusArgument& operator<<(QDBusArgument& out, const IconPixmap& pixmap)
+{
+    return structure(out, pixmap.width, pixmap.height, pixmap.argb);
 }
 
 QDBusArgument& operator<<(QDBusArgument& out, const ToolTip& toolTip)
 {
-    out.beginStructure();
-    out << toolTip.iconName << toolTip.pixmaps << toolTip.title << toolTip.text;
-    out.endStructure();
-    return out;
+    return structure(out, toolTip.iconName, toolTip.pixmaps, toolTip.title, toolTip.text);
 }
 
 QDBusArgument& operator<<(QDBusArgument& out, const MenuLayout& layout)
 {
-    out.beginStructure();
-    out << layout.id << layout.properties << layout.children;
-    out.endStructure();
-    return out;
+    return structure(out, layout.id, layout.properties, layout.children);
 }
 
 QDBusArgument& operator<<(QDBusArgument& out, const MenuEntry& entry)
 {
-    out.beginStructure();
-    out << entry.id << entry.properties;
-    out.endStructure();
-    return out;
+    return structure(out, entry.id, entry.properties);
 }
 
 QDBusArgument& operator<<(QDBusArgument& out, const MenuEntryKeys& entry)
 {
-    out.beginStructure();
-    out << entry.id << entry.keys;
-    out.endStructure();
-    return out;
+    return structure(out, entry.id, entry.keys);
 }
 
 // These types are only ever written: every call this process serves takes standard types.
